@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "liblog/memory_logger.h"
+#include "liblog/multiplex_logger.h"
+
+namespace lg = corvanis::monitoring_modules::liblog;
+using lg::severity;
+
+namespace {
+
+TEST(memory_logger, keeps_lines_in_order_with_severity_until_cleared) {
+    lg::memory_logger m;
+    m.log(severity::error, "one");
+    m.log(severity::debug, "two");
+    const auto lines = m.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], std::make_pair(severity::error, std::string("one")));
+    EXPECT_EQ(lines[1], std::make_pair(severity::debug, std::string("two")));
+    m.clear();
+    EXPECT_TRUE(m.lines().empty());
+}
+
+TEST(multiplex_logger, thresholds_filter_per_target) {
+    lg::multiplex_logger mux;
+    auto strict = std::make_shared<lg::memory_logger>();
+    auto verbose = std::make_shared<lg::memory_logger>();
+    mux.add(strict, 4);
+    mux.add(verbose, 7);
+    mux.log(severity::warning, "w");
+    mux.log(severity::debug, "d");
+    EXPECT_EQ(strict->lines().size(), 1u);
+    EXPECT_EQ(verbose->lines().size(), 2u);
+
+    mux.add(strict, 7);  // re-adding changes the threshold, not the count
+    EXPECT_EQ(mux.size(), 2u);
+    mux.remove(verbose);
+    mux.log(severity::debug, "d2");
+    EXPECT_EQ(strict->lines().size(), 2u);
+    EXPECT_EQ(verbose->lines().size(), 2u);
+}
+
+TEST(multiplex_logger, expired_targets_are_pruned_by_the_next_log_only) {
+    lg::multiplex_logger mux;
+    auto kept = std::make_shared<lg::memory_logger>();
+    auto gone = std::make_shared<lg::memory_logger>();
+    mux.add(kept);
+    mux.add(gone);
+    mux.add(nullptr);
+    gone.reset();
+    EXPECT_EQ(mux.size(), 2u);
+    mux.log(severity::info, "x");
+    EXPECT_EQ(mux.size(), 1u);
+    EXPECT_EQ(kept->lines().size(), 1u);
+}
+
+TEST(multiplex_logger, concurrent_logging_loses_no_line) {
+    lg::multiplex_logger mux;
+    auto sink = std::make_shared<lg::memory_logger>();
+    mux.add(sink);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) mux.log(severity::info, "line");
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(sink->lines().size(), 2000u);
+}
+
+}  // namespace
