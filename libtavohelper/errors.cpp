@@ -1,0 +1,39 @@
+#include "libtavohelper/errors.h"
+
+namespace corvanis::monitoring_modules::libtavohelper::messages {
+
+std::vector<const libi18n::i18n_msg*> all() {
+    return {&sensor_registry(),
+            &sensor_already_registered(),
+            &sensor_not_in_sensor_stock(),
+            &notification_already_registered(),
+            &service_container(),
+            &already_contains_factory(),
+            &factory_not_available(),
+            &already_contains_instance_key(),
+            &instance_not_available_key(),
+            &already_contains_instance(),
+            &instance_not_available(),
+            &initialization(),
+            &channel_map_not_initialized(),
+            &invalid_channel_mode(),
+            &channel_already_defined(),
+            &channel_not_defined(),
+            &setting_not_available(),
+            &template_specialization_missing(),
+            &setting_selection_parse_error(),
+            &setting_invalid(),
+            &setting_invalid_less_min(),
+            &setting_invalid_bigger_max(),
+            &string_too_long(),
+            &message_exception(),
+            &message_serialization_failed(),
+            &message_deserialization_failed(),
+            &message_too_long(),
+            &create_protobuf_from_json_failed(),
+            &lookup_name_not_defined(),
+            &invalid_lookup_value(),
+            &invalid_reverse_lookup_value()};
+}
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::messages
