@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "libtavohelper/errors.h"
+#include "libtavohelper/settings/kinds.h"
+#include "libtavohelper/settings/sensor_data_wrapper.h"
+#include "tavo.pb.h"
+
+namespace th = corvanis::monitoring_modules::libtavohelper;
+using th::settings::kind_float;
+using th::settings::kind_integer;
+using th::settings::kind_securestring;
+using th::settings::kind_string;
+using th::settings::sensor_data_wrapper;
+namespace errors = th::utils::exceptions;
+
+namespace {
+
+template <class F>
+std::string failure_of(F&& f) {
+    try {
+        f();
+    } catch (const errors::setting_error& e) {
+        return e.message().key() + ": " + e.what();
+    }
+    return "ok";
+}
+
+TEST(setting_kinds, integer_parsing_and_bounds) {
+    const kind_integer::validation_rules port{.minimum = 1, .maximum = 65535};
+    struct row {
+        const char* text;
+        std::optional<std::int64_t> value;
+        const char* failure;
+    };
+    const row rows[] = {
+        {"1883", 1883, "ok"},
+        {"1", 1, "ok"},
+        {"65535", 65535, "ok"},
+        {"", std::nullopt, "ok"},
+        {"0", {}, "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed value of 1."},
+        {"65536", {}, "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the allowed value of 65535."},
+        {"12ab", {}, "libtavohelper.error.setting_invalid: Setting value 12ab is invalid. Expected a whole number."},
+        {"99999999999999999999", {}, "libtavohelper.error.setting_invalid: Setting value 99999999999999999999 is invalid. Expected a whole number."},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.text);
+        EXPECT_EQ(failure_of([&] { kind_integer::parse_and_validate(r.text, port); }), r.failure);
+        if (std::string(r.failure) == "ok") {
+            EXPECT_EQ(kind_integer::parse_and_validate(r.text, port), r.value);
+        }
+    }
+}
+
+TEST(setting_kinds, float_string_and_secure_kinds) {
+    EXPECT_EQ(kind_float::parse_and_validate("2.5"), 2.5);
+    EXPECT_EQ(kind_float::parse_and_validate("-1e3"), -1000.0);
+    EXPECT_EQ(kind_float::parse_and_validate(""), std::nullopt);
+    EXPECT_EQ(failure_of([] { kind_float::parse_and_validate("nan"); }),
+              "libtavohelper.error.setting_invalid: Setting value nan is invalid. Expected a number.");
+    EXPECT_EQ(failure_of([] { kind_float::parse_and_validate("1,5"); }).substr(0, 35),
+              "libtavohelper.error.setting_invalid");
+
+    const kind_string::validation_rules name{.max_length = 32, .name = "channel1_name"};
+    EXPECT_EQ(kind_string::parse_and_validate(std::string(32, 'x'), name), std::string(32, 'x'));
+    EXPECT_EQ(failure_of([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
+              "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
+              "the maximum allowed length of 32.");
+    EXPECT_EQ(kind_securestring::parse_and_validate("s3cret").plain(), "s3cret");
+}
+
+TEST(sensor_data_wrapper, lookups_and_missing_keys) {
+    const sensor_data_wrapper data("statistics_sensor", {{"host", "10.0.0.1"}, {"user_credentials.password", "plain"}},
+                                   {{"tls.client_key_password", "k3y"}});
+    EXPECT_EQ(data.kind(), "statistics_sensor");
+    EXPECT_EQ(data.get_value("host"), "10.0.0.1");
+    EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
+    EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
+    EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
+              "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" was not available.");
+    EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
+              "libtavohelper.error.setting_not_available");
+}
+
+TEST(sensor_data_wrapper, to_json_masks_every_secret) {
+    const sensor_data_wrapper data("x", {{"host", "h\"q"}, {"credentials.user_credentials.password", "hunter2"},
+                                         {"corvaniscloudapikey", "abc123"}},
+                                   {{"credentials.tls.client_key_password", "k3y"}});
+    const auto json = data.to_json();
+    EXPECT_EQ(json.find("hunter2"), std::string::npos);
+    EXPECT_EQ(json.find("abc123"), std::string::npos);
+    EXPECT_EQ(json.find("k3y"), std::string::npos);
+    EXPECT_NE(json.find("\"credentials.tls.client_key_password\":\"********\""), std::string::npos);
+    EXPECT_NE(json.find("\"host\":\"h\\\"q\""), std::string::npos);
+}
+
+TEST(sensor_data_wrapper, undecodable_bytes_raise_the_deserialization_error) {
+    const char garbage[] = {'\x0a', '\x7f', 'a'};  // a length that runs past the end
+    try {
+        sensor_data_wrapper(garbage, sizeof garbage);
+        FAIL();
+    } catch (const errors::message_error& e) {
+        EXPECT_EQ(e.message().key(), "libtavohelper.error.message_deserialization_failed");
+        EXPECT_EQ(e.message().args(), (std::vector<std::string>{"SettingsBlock", "3"}));
+    }
+    EXPECT_THROW(sensor_data_wrapper(nullptr, 4), errors::message_error);
+    EXPECT_EQ(sensor_data_wrapper(nullptr, 0).kind(), "");  // an empty block is a valid one
+}
+
+TEST(sensor_data_wrapper, decodes_what_a_host_encodes) {
+    corvanis::tavo::wire::SettingsBlock block;
+    block.set_kind("subscribe_custom_sensor");
+    (*block.mutable_settings())["host"] = "broker";
+    (*block.mutable_persistent_data())["time_of_last_message"] = "t";
+    block.add_channels()->set_id(3);
+    auto* n = block.mutable_notification();
+    n->set_target("a/b");
+    n->set_message("hello");
+    n->set_timeout_s(7);
+    const auto bytes = block.SerializeAsString();
+    const sensor_data_wrapper data(bytes.data(), static_cast<unsigned>(bytes.size()));
+    EXPECT_EQ(data.get_value("host"), "broker");
+    EXPECT_EQ(data.get_persistent_data().at("time_of_last_message"), "t");
+    EXPECT_EQ(data.get_channels(), std::set<int>{3});
+    ASSERT_TRUE(data.get_notification_request());
+    EXPECT_EQ(data.get_notification_request()->get_target(), "a/b");
+    EXPECT_EQ(data.get_notification_request()->get_timeout_s(), 7u);
+}
+
+}  // namespace

@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+
+#include "libtavohelper/errors.h"
+#include "libtavohelper/messaging/messages.h"
+#include "libtavohelper/notifications/notification.h"
+#include "libtavohelper/responses/results.h"
+#include "tavo.pb.h"
+
+namespace th = corvanis::monitoring_modules::libtavohelper;
+namespace wire = corvanis::tavo::wire;
+using th::channels::channel_kind;
+
+namespace {
+
+wire::ModuleMessage decode(const std::vector<char>& bytes) {
+    wire::ModuleMessage m;
+    EXPECT_TRUE(m.ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
+    return m;
+}
+
+std::shared_ptr<th::settings::channel_map> two_channels() {
+    auto map = std::make_shared<th::settings::channel_map>();
+    map->register_definition({0, {.key = "channel.state", .name = "Status", .lookup = "rttstate"}});
+    map->register_definition({1, {.key = "channel.channel_1", .name = "Temp", .unit = "C",
+                                  .kind = channel_kind::floating, .scale_factor = 0.1}});
+    return map;
+}
+
+TEST(wire, scan_result_round_trips_through_its_bytes) {
+    th::responses::sensor_scan_result result(5, two_channels());
+    result.set_value(0, 4L);
+    result.set_value(1, 21.5);
+    result.set_response_message(th::messages::setting_invalid()("x", "why"));
+    result.set_error_code(17);
+
+    const auto m = decode(result.serialize());
+    ASSERT_TRUE(m.has_scan_result());
+    const auto& r = m.scan_result();
+    EXPECT_EQ(r.sensor_id(), 5);
+    EXPECT_EQ(r.message().text(), "Setting value x is invalid. why");
+    EXPECT_EQ(r.message().default_text(), "Setting value %0:s is invalid. %1:s");
+    ASSERT_EQ(r.definitions_size(), 2);
+    EXPECT_EQ(r.definitions(0).lookup(), "rttstate");
+    EXPECT_EQ(r.definitions(1).kind(), wire::CHANNEL_KIND_FLOAT);
+    EXPECT_DOUBLE_EQ(r.definitions(1).scale_factor(), 0.1);
+
+    th::responses::sensor_scan_result restored(9, two_channels());
+    restored.fill_from_buffer(result.serialize());
+    EXPECT_EQ(restored.id(), 9);
+    EXPECT_EQ(restored.error_code(), 17);
+    EXPECT_EQ(restored.response_message(), result.response_message());
+    EXPECT_EQ(restored.values(), result.values());
+    EXPECT_THROW(restored.fill_from_buffer({'x'}), th::utils::exceptions::message_error);
+}
+
+TEST(wire, set_value_enforces_the_channel_mode) {
+    th::responses::sensor_scan_result result(1, two_channels());
+    const auto key_of = [](auto&& f) {
+        try {
+            f();
+        } catch (const th::utils::exceptions::channel_error& e) {
+            return e.message().key();
+        }
+        return std::string("ok");
+    };
+    EXPECT_EQ(key_of([&] { result.set_value(0, 1.5); }), "libtavohelper.error.invalid_channel_mode");
+    EXPECT_EQ(key_of([&] { result.set_value(1, 2L); }), "libtavohelper.error.invalid_channel_mode");
+    EXPECT_EQ(key_of([&] { result.set_value(7, 2L); }), "libtavohelper.error.channel_not_defined");
+    th::responses::sensor_scan_result error(1, std::runtime_error("x"));
+    EXPECT_EQ(key_of([&] { error.set_value(0, 1L); }), "libtavohelper.error.channel_map_not_initialized");
+    EXPECT_EQ(decode(error.serialize()).scan_result().response_code(), 3);
+}
+
+TEST(wire, the_other_messages_carry_their_fields) {
+    const auto info = decode(th::messaging::module_information_message("{\"Revision\":68}", true).serialize());
+    EXPECT_EQ(info.module_information().description(), "{\"Revision\":68}");
+    EXPECT_TRUE(info.module_information().load_languages());
+
+    const auto pd = decode(th::messaging::persistent_data(3, "k", "v").serialize());
+    EXPECT_EQ(pd.persistent_data().sensor_id(), 3);
+    EXPECT_EQ(pd.persistent_data().key(), "k");
+
+    th::responses::check_result check(8);
+    check.set_success(true);
+    EXPECT_TRUE(decode(check.serialize()).check_result().success());
+
+    th::notifications::response answer({{corvanis::monitoring_modules::liblog::severity::notice, "sent"}});
+    answer.set_failure(th::messages::message_exception()("boom"));
+    const auto n = decode(answer.serialize()).notification_response();
+    EXPECT_FALSE(n.success());
+    EXPECT_EQ(n.lines(0).severity(), 5);
+    EXPECT_EQ(n.message().text(), "A message error occurred. boom");
+
+    const auto log = decode(th::messaging::log_message(th::messaging::log_source::sensor, 2,
+                                                       corvanis::monitoring_modules::liblog::severity::error, "x")
+                                .serialize());
+    EXPECT_EQ(log.log().source(), wire::Log::SENSOR);
+    EXPECT_EQ(log.log().line().severity(), 3);
+}
+
+}  // namespace
