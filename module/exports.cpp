@@ -1,0 +1,129 @@
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "liblog/log_interface.h"
+#include "module/module_instance_adapter.h"
+#include "module/mqtt_module.h"
+#include "module/tavo_module_mqtt.h"
+
+namespace mqtt = corvanis::monitoring_modules::mqtt;
+
+namespace {
+
+// Empty until InitializeModule succeeds; the host serialises Initialize and Cleanup
+// against every other call, so the exports read it without a lock.
+std::unique_ptr<mqtt::module_instance_adapter> adapter;
+
+constexpr int result_ok = 0;
+constexpr int result_failure = 1;
+constexpr int result_exception = 2;
+constexpr int result_not_initialized = 3;
+
+// The one exception barrier: nothing thrown inside a call may reach the host.
+template <class F>
+int guarded(const char* name, int on_exception, F&& call) noexcept {
+    try {
+        return call();
+    } catch (const std::exception& e) {
+        try {
+            if (adapter) {
+                adapter->log(corvanis::monitoring_modules::liblog::to_int(
+                                 corvanis::monitoring_modules::liblog::severity::error),
+                             std::string(name) + " failed: " + e.what());
+            }
+        } catch (...) {
+        }
+    } catch (...) {
+    }
+    return on_exception;
+}
+
+template <class F>
+int forward(const char* name, F&& call) noexcept {
+    if (!adapter) {
+        return result_not_initialized;
+    }
+    return guarded(name, result_exception, std::forward<F>(call));
+}
+
+}  // namespace
+
+extern "C" {
+
+int GetApiLevel(void) { return 6; }
+
+int InitializeModule(uint64_t host_context, mqtt_module_callback callback) {
+    return guarded("InitializeModule", result_failure, [&] {
+        if (adapter) {
+            adapter->log(7, "InitializeModule called on already initialized module.");
+            return result_failure;
+        }
+        adapter = std::make_unique<mqtt::module_instance_adapter>(
+            std::make_unique<mqtt::TavoModuleMQTT>(host_context, callback));
+        return result_ok;
+    });
+}
+
+int CleanupModule(void) {
+    auto doomed = std::move(adapter);
+    try {
+        doomed.reset();
+    } catch (...) {
+    }
+    return result_ok;
+}
+
+void GetModuleInformation(bool load_languages) {
+    forward("GetModuleInformation", [&] {
+        adapter->get_module_information(load_languages);
+        return result_ok;
+    });
+}
+
+int GetModuleInformationSync(void* buffer, uint32_t* size, bool load_languages) {
+    if (size == nullptr) {
+        return result_failure;
+    }
+    if (!adapter) {
+        return result_exception;
+    }
+    return guarded("GetModuleInformationSync", result_failure, [&] {
+        const auto bytes = adapter->get_module_information_as_bytes(load_languages);
+        const uint32_t capacity = *size;
+        *size = static_cast<uint32_t>(bytes.size());
+        if (buffer == nullptr) {
+            return result_ok;
+        }
+        if (bytes.size() > capacity) {
+            return result_failure;
+        }
+        std::memcpy(buffer, bytes.data(), bytes.size());
+        return result_ok;
+    });
+}
+
+int CreateSensorInstance(int sensor_id, const void* data, uint32_t size) {
+    return forward("CreateSensorInstance",
+                   [&] { return adapter->create_sensor_instance(sensor_id, data, size); });
+}
+
+int ExecuteSensorScan(int sensor_id) {
+    return forward("ExecuteSensorScan", [&] { return adapter->execute_sensor_scan(sensor_id); });
+}
+
+int DestroySensorInstance(int sensor_id) {
+    return forward("DestroySensorInstance", [&] { return adapter->destroy_sensor_instance(sensor_id); });
+}
+
+int ExecuteMetaScan(int sensor_id, uint32_t selector, const void* data, uint32_t size) {
+    return forward("ExecuteMetaScan",
+                   [&] { return adapter->execute_meta_scan(sensor_id, selector, data, size); });
+}
+
+int ExecuteCheck(int check_id, const void* data, uint32_t size) {
+    return forward("ExecuteCheck", [&] { return adapter->execute_check(check_id, data, size); });
+}
+
+}  // extern "C"

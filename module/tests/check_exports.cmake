@@ -1,0 +1,18 @@
+# Fails unless LIBRARY defines exactly the ten exported functions.
+execute_process(COMMAND nm -D --defined-only ${LIBRARY} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIBRARY}")
+endif()
+string(REGEX MATCHALL "[^\n]+" lines "${out}")
+set(found "")
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE "^[0-9a-fA-F]* *[A-Za-z] +" "" name "${line}")
+  string(REGEX REPLACE "@.*" "" name "${name}")
+  list(APPEND found ${name})
+endforeach()
+list(SORT found)
+set(expected CleanupModule CreateSensorInstance DestroySensorInstance ExecuteCheck ExecuteMetaScan
+             ExecuteSensorScan GetApiLevel GetModuleInformation GetModuleInformationSync InitializeModule)
+if(NOT found STREQUAL expected)
+  message(FATAL_ERROR "exported symbols differ.\n expected: ${expected}\n found:    ${found}")
+endif()
