@@ -166,9 +166,9 @@ int sensor_dispatcher::execute_meta_scan(int id, unsigned int selector,
 }
 
 int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wrapper& data) {
-    liblog::memory_logger lines;
+    const auto lines = std::make_shared<liblog::memory_logger>();
     const auto fail = [&](const libi18n::i18n_msg& why, int code) {
-        notifications::response answer(lines.lines());
+        notifications::response answer(lines->lines());
         answer.set_id(id);
         answer.set_failure(why);
         try {
@@ -210,7 +210,7 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
     } catch (...) {
         return fail(libi18n::messages::generic()("Unknown exception."), dispatch_notification_failed);
     }
-    notifications::response answer(lines.lines());
+    notifications::response answer(lines->lines());
     answer.set_id(id);
     try {
         container_->get_or_create<messaging::message_service_interface>()->send(answer.serialize());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,8 +56,9 @@ private:
 class service_interface {
 public:
     virtual ~service_interface() = default;
+    // `log` collects the lines that go back to the host with the response.
     virtual void send_notification(const request& req, const settings::sensor_data_wrapper& settings,
-                                   liblog::log_interface& log) = 0;
+                                   const std::shared_ptr<liblog::log_interface>& log) = 0;
 };
 
 }  // namespace notifications

@@ -54,8 +54,8 @@ class echo_notification : public th::notifications::service_interface {
 public:
     explicit echo_notification(std::shared_ptr<th::module::service_container>) {}
     void send_notification(const th::notifications::request& req, const sensor_data_wrapper&,
-                           lg::log_interface& log) override {
-        log.log(lg::severity::debug, "to " + req.get_target() + ": " + req.get_message());
+                           const std::shared_ptr<lg::log_interface>& log) override {
+        log->log(lg::severity::debug, "to " + req.get_target() + ": " + req.get_message());
         if (req.get_target().empty()) throw std::runtime_error("no target");
     }
 };
