@@ -1,0 +1,163 @@
+#include "module/description/description.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <regex>
+
+#include <jsoncons/json.hpp>
+
+namespace corvanis::monitoring_modules::mqtt {
+namespace {
+
+using jsoncons::ojson;
+
+const ojson& document() {
+    static const ojson parsed = ojson::parse(module_description());
+    return parsed;
+}
+
+std::vector<std::string> names(const ojson& object) {
+    std::vector<std::string> out;
+    for (const auto& member : object.object_range()) out.push_back(member.key());
+    return out;
+}
+
+const ojson& translations(const std::string& language) {
+    return document().at("Text").at(language).at("Translation");
+}
+
+std::string english(const std::string& key) {
+    return translations("English").at(key).at("Display").as<std::string>();
+}
+
+bool english_only(const std::string& key) {
+    return key.starts_with("libregex.error.") || key.starts_with("lookup.rttstate.");
+}
+
+std::vector<std::string> placeholders_of(const std::string& text) {
+    static const std::regex placeholder("%[0-9]+:s");
+    std::vector<std::string> out;
+    for (std::sregex_iterator it(text.begin(), text.end(), placeholder), end; it != end; ++it)
+        out.push_back(it->str());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+TEST(description_document, parses_with_its_top_level_keys_in_order) {
+    EXPECT_EQ(names(document()),
+              (std::vector<std::string>{"Revision", "MetaData", "Sensors", "Checks", "Sections",
+                                        "Groups", "Lookups", "Text"}));
+    EXPECT_EQ(document().at("MetaData").at("Version").as<std::string>(), "1.16.0.20981");
+}
+
+TEST(description_document, every_request_returns_the_same_text) {
+    const std::string first = module_description();
+    const std::string second = module_description();
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(&module_description(), &module_description());
+}
+
+TEST(description_document, sensors_require_the_connect_check_and_one_needs_persistent_data) {
+    const auto& sensors = document().at("Sensors");
+    ASSERT_EQ(names(sensors), (std::vector<std::string>{"roundtrip_sensor", "statistics_sensor",
+                                                        "subscribe_custom_sensor"}));
+    for (const auto& sensor : sensors.object_range()) {
+        SCOPED_TRACE(sensor.key());
+        EXPECT_EQ(sensor.value().at("RequiredChecks"), ojson::parse(R"(["mqtt_connect_check"])"));
+        EXPECT_EQ(sensor.value().contains("Flag"), sensor.key() == "subscribe_custom_sensor");
+        EXPECT_EQ(sensor.value().at("Help").as<std::string>(), english(sensor.key() + ".help"));
+    }
+    EXPECT_EQ(sensors.at("subscribe_custom_sensor").at("Flag"),
+              ojson::parse(R"(["SensorFlagNeedsPersistentData"])"));
+    EXPECT_EQ(document().at("Checks").at("mqtt_connect_check").at("Sections"),
+              ojson::parse(R"(["credentials"])"));
+}
+
+// The item of `group` that defines `setting`, with its wrapper if it has one.
+std::optional<ojson> find_item(const std::string& group, const std::string& setting) {
+    for (const auto& item : document().at("Groups").at(group).at("Items").array_range()) {
+        const auto& s = item.contains("Setting") ? item.at("Setting") : item;
+        if (s.at("Name").as<std::string>() == setting) return item;
+    }
+    return std::nullopt;
+}
+
+TEST(settings_form, settings_show_their_english_texts_defaults_and_conditions) {
+    struct row {
+        std::string group, setting, display, depends_on, condition;
+        std::optional<std::string> default_value;
+        std::vector<std::string> options;
+    };
+    // clang-format off
+    const std::vector<row> rows = {
+        {"connection_mqtt", "port", "Port", "", "", "1883", {}},
+        {"tls", "active", "Transport-Level Security", "", "", "no",
+         {"Do not use transport-level security (default)", "Use transport-level security"}},
+        {"connection_statistics", "topic", "Topic", "", "", std::nullopt, {}},
+        {"connection_subscribe_custom", "channel1_name", "Channel #1 Name", "", "", "", {}},
+        {"connection_subscribe_custom", "channel2", "Channel #2", "", "", "disable",
+         {"Disable (default)", "Enable"}},
+        {"connection_subscribe_custom", "channel7_type", "Channel #7 Value Type", "channel7", "enable",
+         "absolute_float", {"Absolute (integer)", "Absolute (float)", "Delta (counter)"}},
+        {"connection_subscribe_custom", "channel10_scale_factor", "Channel #10 Scale Factor",
+         "channel10", "enable", "1", {}},
+    };
+    // clang-format on
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.group + "." + r.setting);
+        const auto item = find_item(r.group, r.setting);
+        ASSERT_TRUE(item);
+        const auto& s = item->contains("Setting") ? item->at("Setting") : *item;
+        const std::string prefix = r.group + "." + r.setting + ".";
+        EXPECT_EQ(s.at("Display").as<std::string>(), r.display);
+        EXPECT_EQ(english(prefix + "display"), r.display);
+        EXPECT_EQ(s.at("Help").as<std::string>(), english(prefix + "help"));
+        EXPECT_EQ(item->get_value_or<std::string>("DependsOn", ""), r.depends_on);
+        EXPECT_EQ(item->get_value_or<std::string>("Condition", ""), r.condition);
+        EXPECT_EQ(s.contains("Default"), r.default_value.has_value());
+        if (r.default_value) {
+            EXPECT_EQ(s.at("Default").as<std::string>(), *r.default_value);
+        }
+        std::vector<std::string> options;
+        if (s.contains("Selection"))
+            for (const auto& o : s.at("Selection").at("Options").array_range())
+                options.push_back(o.at("Display").as<std::string>());
+        EXPECT_EQ(options, r.options);
+    }
+}
+
+TEST(text_section, english_has_every_key_and_translations_lack_exactly_the_english_only_ones) {
+    const auto english_keys = names(translations("English"));
+    EXPECT_EQ(english_keys.size(), 331u);
+    std::vector<std::string> shared;
+    std::copy_if(english_keys.begin(), english_keys.end(), std::back_inserter(shared),
+                 [](const std::string& k) { return !english_only(k); });
+    EXPECT_EQ(shared.size(), 316u);
+    for (const auto& language : names(document().at("Text"))) {
+        if (language == "English") continue;
+        SCOPED_TRACE(language);
+        EXPECT_EQ(names(translations(language)), shared);
+    }
+}
+
+TEST(text_section, all_nine_languages_are_present_in_order) {
+    EXPECT_EQ(names(document().at("Text")),
+              (std::vector<std::string>{"Russian", "Brazilian", "Dutch", "Japanese", "French",
+                                        "Spanish", "English", "German", "SimplifiedChinese"}));
+}
+
+TEST(text_section, every_text_is_filled_and_keeps_the_english_placeholders) {
+    for (const auto& language : document().at("Text").object_range()) {
+        for (const auto& entry : language.value().at("Translation").object_range()) {
+            SCOPED_TRACE(language.key() + ": " + entry.key());
+            const auto text = entry.value().at("Display").as<std::string>();
+            EXPECT_FALSE(text.empty());
+            EXPECT_EQ(placeholders_of(text), placeholders_of(english(entry.key())));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace corvanis::monitoring_modules::mqtt
