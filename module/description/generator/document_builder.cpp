@@ -86,20 +86,20 @@ ojson expand_channels(const ojson& items, const std::string& group,
             out.push_back(item);
             continue;
         }
-        const ojson& spec = item.at("$channels");
-        const int first = spec.at("First").as<int>();
-        const int last = spec.at("Last").as<int>();
-        const std::string selection_name = text(spec.at("Selection"), "Name");
+        const ojson& channels = item.at("$channels");
+        const int first = channels.at("First").as<int>();
+        const int last = channels.at("Last").as<int>();
+        const std::string selection_name = text(channels.at("Selection"), "Name");
         ranges.push_back({group + ".", first, last});
         ranges.push_back({group + "." + selection_name + ".", first + 1, last});
         for (int channel = first; channel <= last; ++channel) {
             const std::string number = std::to_string(channel);
             const std::string selection = replace_all(selection_name, channel_marker, number);
             if (channel > first) {
-                out.push_back(spec.at("Selection"));
+                out.push_back(channels.at("Selection"));
                 substitute(out[out.size() - 1], number);
             }
-            for (const auto& setting : spec.at("Settings").array_range()) {
+            for (const auto& setting : channels.at("Settings").array_range()) {
                 ojson expanded = setting;
                 substitute(expanded, number);
                 if (channel == first) {
@@ -108,7 +108,7 @@ ojson expand_channels(const ojson& items, const std::string& group,
                 }
                 ojson wrapper(jsoncons::json_object_arg);
                 wrapper.insert_or_assign("DependsOn", selection);
-                wrapper.insert_or_assign("Condition", spec.at("Condition"));
+                wrapper.insert_or_assign("Condition", channels.at("Condition"));
                 wrapper.insert_or_assign("Setting", std::move(expanded));
                 out.push_back(std::move(wrapper));
             }
