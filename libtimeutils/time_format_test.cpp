@@ -1,0 +1,140 @@
+#include "libtimeutils/time_format.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+#include "libtimeutils/errors.h"
+
+namespace tu = corvanis::monitoring_modules::libtimeutils;
+namespace i18n = corvanis::monitoring_modules::libi18n;
+using std::chrono::nanoseconds;
+
+namespace {
+
+tu::time_point at(std::int64_t ns) {
+    return tu::time_point{nanoseconds{ns}};
+}
+
+const tu::time_point latest = tu::time_point::max();
+const tu::time_point earliest = tu::time_point::min();
+
+TEST(time_format, formats_utc_with_nanoseconds_and_zero_offset) {
+    struct format_case {
+        tu::time_point time;
+        const char* format;
+        const char* text;
+    };
+    const std::vector<format_case> cases = {
+        {at(0), tu::iso8601_format, "1970-01-01T00:00:00.000000000+00:00"},
+        {at(1'700'000'000'123'456'789), tu::iso8601_format, "2023-11-14T22:13:20.123456789+00:00"},
+        {at(-1), tu::iso8601_format, "1969-12-31T23:59:59.999999999+00:00"},
+        {latest, tu::iso8601_format, "2262-04-11T23:47:16.854775807+00:00"},
+        {earliest, tu::iso8601_format, "1677-09-21T00:12:43.145224192+00:00"},
+        {at(0), "%F %H:%M %Z %z", "1970-01-01 00:00 UTC +0000"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(tu::format(c.format, c.time), c.text);
+    }
+}
+
+TEST(time_format, parses_what_it_formats) {
+    for (const auto time : {at(0), at(-1), at(1'700'000'000'123'456'789), latest, earliest}) {
+        const auto text = tu::format(tu::iso8601_format, time);
+        SCOPED_TRACE(text);
+        EXPECT_EQ(tu::parse(text, tu::iso8601_format), time);
+    }
+}
+
+TEST(time_format, parses_offsets_short_fractions_and_a_final_z) {
+    struct parse_case {
+        const char* text;
+        const char* format;
+        std::int64_t ns;
+    };
+    const std::vector<parse_case> cases = {
+        {"1970-01-01T00:00:00+00:00", tu::iso8601_format, 0},
+        {"1970-01-01T00:00:00.5+00:00", tu::iso8601_format, 500'000'000},
+        {"1970-01-01T02:00:00.000000001+02:00", tu::iso8601_format, 1},
+        {"1969-12-31T19:30:00-04:30", tu::iso8601_format, 0},
+        {"1970-01-01T00:00:01.25Z", tu::iso8601_format, 1'250'000'000},
+        {"1970-01-01 00:00:03Z", "%F %T%z", 3'000'000'000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(tu::parse(c.text, c.format), at(c.ns));
+    }
+}
+
+TEST(time_format, refuses_texts_off_the_format_and_dates_that_do_not_exist) {
+    const std::string could_not_parse = "libtimeutils.error.could_not_parse";
+    const std::string invalid_date = "libtimeutils.error.invalid_date";
+    struct refusal {
+        std::string text;
+        std::string key;
+    };
+    const std::vector<refusal> cases = {
+        {"", could_not_parse},
+        {"yesterday", could_not_parse},
+        {" 2023-01-01T10:00:00+00:00", could_not_parse},
+        {"2023-01-01T10:00:00+00:00 ", could_not_parse},
+        {"2023-01-01T10:00:00+0000", could_not_parse},
+        {"2023-01-01T10:00:00", could_not_parse},
+        {"2023-01-01T10:00:00.1234567891+00:00", could_not_parse},
+        {"2023-01-01T10:00:00z", could_not_parse},
+        {"2023-02-29T10:00:00+00:00", invalid_date},
+        {"2023-04-31T10:00:00+00:00", invalid_date},
+        {"2023-13-01T10:00:00+00:00", invalid_date},
+        {"2023-01-01T24:00:00+00:00", invalid_date},
+        {"2023-01-01T10:00:60+00:00", invalid_date},
+        {"2262-04-11T23:47:16.854775808+00:00", invalid_date},
+        {"1677-09-21T00:12:43.145224191+00:00", invalid_date},
+        {"9999-12-31T00:00:00+00:00", invalid_date},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        try {
+            tu::parse(c.text, tu::iso8601_format);
+            ADD_FAILURE() << "no exception";
+        } catch (const tu::exceptions::exception& e) {
+            EXPECT_EQ(e.message().key(), c.key);
+            EXPECT_EQ(e.message().args().front(), c.text);
+        }
+    }
+}
+
+TEST(time_format, a_format_without_a_date_cannot_name_an_instant) {
+    EXPECT_THROW(tu::parse("10:00:00", "%T"), tu::exceptions::could_not_parse);
+}
+
+TEST(time_format, the_parse_error_names_text_and_format) {
+    try {
+        tu::parse("", tu::iso8601_format);
+        ADD_FAILURE() << "no exception";
+    } catch (const tu::exceptions::could_not_parse& e) {
+        EXPECT_STREQ(e.what(),
+                     "Could not parse timestamp \"\". The timestamp is not in the expected "
+                     "format: \"%FT%T%Oz\".");
+    }
+}
+
+TEST(libtimeutils_catalogue, keys_are_unique_prefixed_and_take_their_arguments) {
+    const std::map<std::string, std::size_t> arity = {
+        {"libtimeutils.error.could_not_parse", 2},
+        {"libtimeutils.error.invalid_date", 1},
+    };
+    std::set<std::string> keys;
+    for (const auto* msg : tu::messages::all()) {
+        SCOPED_TRACE(msg->key());
+        EXPECT_TRUE(keys.insert(msg->key()).second);
+        ASSERT_EQ(arity.count(msg->key()), 1U);
+        const std::vector<std::string> args(arity.at(msg->key()), "x");
+        EXPECT_NO_THROW(msg->with_args(args).render());
+        EXPECT_ANY_THROW(msg->with_args({args.begin(), args.end() - 1}).render());
+    }
+    EXPECT_EQ(keys.size(), arity.size());
+}
+
+}  // namespace
