@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "host/description.h"
+#include "tavo.pb.h"
+
+namespace corvanis::monitoring_modules::host {
+
+struct message_view {
+    std::string key;
+    std::string text;
+    std::vector<std::string> args;
+};
+
+struct channel_view {
+    int id = 0;
+    std::string name;
+    std::string unit;
+    bool integer = true;  // else floating
+    std::int64_t integer_value = 0;
+    double floating_value = 0;
+    std::string state;  // the lookup's text for state channels, else empty
+};
+
+// A scan result as the operator sees it: names, units, values with their scale factor applied.
+struct scan_view {
+    int sensor_id = 0;
+    std::string kind;
+    std::string display;  // the kind's display name, else the kind
+    int response_code = 0;
+    bool error = false;
+    std::optional<message_view> message;
+    std::vector<channel_view> channels;  // those with a value, by id
+};
+
+// Codes 0 (ok) and 1 (warning) report no failure; every other code does.
+bool is_error_code(int response_code);
+// The message's English text: its text, else its default text with the arguments filled in.
+std::string render_text(const tavo::wire::I18nMessage& message);
+// `doc` may be null; names and state texts then come from the result alone.
+scan_view make_scan_view(const tavo::wire::ScanResult& result, const std::string& kind,
+                         const description* doc);
+const char* severity_name(int severity);
+
+// One JSON object per line, without the line end.
+std::string json_line(const scan_view& scan);
+std::string json_line(const tavo::wire::CheckResult& check);
+std::string json_line(const tavo::wire::NotificationResponse& response);
+std::string json_quote(const std::string& text);
+
+struct table_style {
+    bool color = false;
+};
+
+// Readable blocks, each ending in a line end. `clock` is printed in front ("14:02:11").
+std::string table_block(const scan_view& scan, const std::string& clock, const table_style& style);
+std::string table_block(const tavo::wire::CheckResult& check, const std::string& check_name,
+                        const std::string& clock, const table_style& style);
+std::string table_block(const tavo::wire::NotificationResponse& response, const std::string& target,
+                        const std::string& clock, const table_style& style);
+
+// Prints results as JSON lines or tables, one whole block at a time. Thread-safe.
+class result_printer {
+  public:
+    result_printer(std::ostream& out, bool json, const description* doc, table_style style);
+
+    void print(const tavo::wire::ScanResult& result, const std::string& kind);
+    void print(const tavo::wire::CheckResult& check, const std::string& check_name);
+    void print(const tavo::wire::NotificationResponse& response, const std::string& target);
+    // A line for people only; JSON output leaves it out.
+    void note(const std::string& text);
+    bool json() const { return json_; }
+    const table_style& style() const { return style_; }
+
+  private:
+    void write(const std::string& text);
+
+    std::mutex mutex_;
+    std::ostream& out_;  // guarded by mutex_
+    bool json_;
+    const description* doc_;
+    table_style style_;
+};
+
+// Local wall-clock time as HH:MM:SS.
+std::string clock_now();
+// Whether stdout is a colour terminal and NO_COLOR is not set.
+bool want_color();
+
+}  // namespace corvanis::monitoring_modules::host

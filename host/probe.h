@@ -1,0 +1,88 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/config.h"
+#include "host/description.h"
+#include "host/module_host.h"
+#include "host/settings.h"
+#include "host/state_store.h"
+
+namespace corvanis::monitoring_modules::host {
+
+struct global_options {
+    std::string module_path;  // empty: the libMQTT.so beside the program
+    std::optional<int> log_level;
+};
+
+// Where settings come from on the command line.
+struct settings_options {
+    std::vector<std::string> sets;       // KEY=VALUE
+    std::vector<std::string> set_files;  // KEY=PATH
+    std::string config;                  // YAML file, may be empty
+};
+
+// One loaded module with its description, state and log output, and the sensors
+// created through it, which it destroys before the module is cleaned up.
+class probe {
+  public:
+    // Throws host_error (exit 3) when the module cannot be loaded or the state cannot be opened.
+    probe(const global_options& options, const std::string& state_path = "");
+    ~probe();
+
+    const description& doc() const { return *doc_; }
+    module_session& module() { return *session_; }
+
+    // Creates the sensor with the data kept for it. Throws host_error with the module's reason.
+    void create_sensor(int id, const settings_schema& schema, const settings_map& values);
+    void destroy_sensor(int id);
+    void destroy_all();
+    std::string kind_of(int id) const;
+
+  private:
+    void print_log(const wire::Log& log);
+
+    int log_level_;
+    std::unique_ptr<state_store> state_;
+    std::mutex log_mutex_;
+    module_inbox inbox_;
+    std::unique_ptr<module_session> session_;
+    std::unique_ptr<description> doc_;
+    mutable std::mutex sensors_mutex_;
+    std::map<int, std::string>
+        sensors_;  // live sensors by id with their kind; guarded by sensors_mutex_
+};
+
+// The layers of one sensor or check: shared defaults of the config, its own settings,
+// then --set and --set-file. `own` may be null.
+std::vector<settings_layer> settings_layers(const description& doc, const probe_config* config,
+                                            const std::vector<setting_pair>* own,
+                                            const std::string& own_origin,
+                                            const settings_options& cli);
+
+// A stop request from the signals or, when `seconds` is set, after that long.
+class run_limit {
+  public:
+    run_limit(std::stop_token signals, std::optional<double> seconds);
+    std::stop_token token() const { return source_.get_token(); }
+
+  private:
+    std::stop_source source_;
+    std::stop_callback<std::function<void()>> link_;
+    std::jthread timer_;
+};
+
+std::chrono::steady_clock::duration seconds_to_duration(double seconds);
+
+}  // namespace corvanis::monitoring_modules::host

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <stop_token>
+#include <vector>
+
+namespace corvanis::monitoring_modules::host {
+
+// Runs each sensor's scans on its own interval on a small pool of workers, so that a
+// slow scan holds back only its own sensor. A sensor is never scanned twice at once;
+// a scan that overruns its interval is followed by the next one as soon as it ends.
+class scan_scheduler {
+  public:
+    using clock = std::chrono::steady_clock;
+    // Called on a worker thread; must not throw.
+    using scan_function = std::function<void(int sensor_id)>;
+
+    scan_scheduler(std::size_t workers, scan_function scan);
+
+    // The first scan is due at once. `limit` 0 scans until stopped.
+    void add(int sensor_id, clock::duration interval, std::size_t limit = 0);
+    // Blocks until stop is requested or every sensor has had its limit of scans; a scan
+    // that is running then is awaited, one that is only due is dropped.
+    void run(std::stop_token stop);
+
+  private:
+    struct entry {
+        int id;
+        clock::duration interval;
+        std::size_t remaining;  // scans still to start; 0 with unlimited means none left
+        bool unlimited;
+        clock::time_point due;
+        bool running = false;
+    };
+
+    void work();
+    bool finished() const;
+
+    std::size_t workers_;
+    scan_function scan_;
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<entry> entries_;     // guarded by mutex_
+    std::deque<std::size_t> ready_;  // guarded by mutex_; indexes into entries_
+    bool closing_ = false;           // guarded by mutex_
+    unsigned long generation_ = 0;   // guarded by mutex_; counts finished scans
+};
+
+}  // namespace corvanis::monitoring_modules::host
