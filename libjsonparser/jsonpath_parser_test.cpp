@@ -58,22 +58,9 @@ outcome run(F&& query) {
 
 enum class type { text, int64, dbl, boolean };
 
-// The same query through the string path and through a compiled path.
-outcome by_string(const jp::jsonpath_parser& p, type t, const std::string& path) {
-    switch (t) {
-        case type::text:
-            return run([&] { return p.query_text(path); });
-        case type::int64:
-            return run([&] { return p.query_int64(path); });
-        case type::dbl:
-            return run([&] { return p.query_double(path); });
-        case type::boolean:
-            return run([&] { return p.query_bool(path); });
-    }
-    return {};
-}
-
-outcome by_compiled(const jp::jsonpath_parser& p, type t, const jp::compiled_jsonpath& path) {
+// The same query through a path text or a compiled path.
+template <class Path>
+outcome query(const jp::jsonpath_parser& p, type t, const Path& path) {
     switch (t) {
         case type::text:
             return run([&] { return p.query_text(path); });
@@ -180,7 +167,7 @@ std::vector<query_case> query_table() {
         {"$.one", type::text, value("[5]")},
         {"length($.two)", type::int64, value("2")},
         // paths that do not compile or name unknown functions
-        {"$[", type::text, error(query_error), false},
+        {"$[", type::text, error(query_error, {"Syntax error at line 1 and column 3"})},
         {"$.int +", type::int64, error(query_error), false},
         {"nosuch($.int)", type::int64, error(query_error), false},
         {"eval($.str, $.int)", type::text, error(query_error), false},
@@ -191,7 +178,7 @@ TEST(jsonpath_parser, typed_queries_table) {
     const jp::jsonpath_parser parser(payload);
     for (const auto& c : query_table()) {
         SCOPED_TRACE(c.path);
-        auto got = by_string(parser, c.as, c.path);
+        auto got = query(parser, c.as, c.path);
         if (!c.check_args) got.args.clear();
         EXPECT_EQ(got, c.expected);
     }
@@ -203,7 +190,7 @@ TEST(jsonpath_parser, compiled_paths_give_the_same_values_and_errors_as_path_tex
         SCOPED_TRACE(c.path);
         const jp::compiled_jsonpath compiled(c.path);
         EXPECT_EQ(compiled.path(), c.path);
-        EXPECT_EQ(by_compiled(parser, c.as, compiled), by_string(parser, c.as, c.path));
+        EXPECT_EQ(query(parser, c.as, compiled), query(parser, c.as, c.path));
     }
 }
 
@@ -213,17 +200,6 @@ TEST(jsonpath_parser, a_compiled_path_serves_many_documents) {
     EXPECT_EQ(jp::jsonpath_parser(R"({"v": "2x"})").query_int64(path), 2);
     EXPECT_THROW(jp::jsonpath_parser(R"({"w": 3})").query_int64(path),
                  lp::exceptions::empty_result);
-}
-
-TEST(jsonpath_parser, query_errors_carry_the_diagnosis) {
-    const jp::jsonpath_parser parser(payload);
-    try {
-        parser.query_text("$[");
-        ADD_FAILURE() << "no exception";
-    } catch (const jp::exceptions::query_error& e) {
-        ASSERT_EQ(e.message().args().size(), 1U);
-        EXPECT_NE(e.message().args()[0].find("column"), std::string::npos) << e.message().args()[0];
-    }
 }
 
 const char* const eval_payload = R"({
@@ -247,7 +223,7 @@ TEST(jsonpath_parser, eval_reads_the_json_written_in_a_string) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
-        auto got = by_string(parser, c.as, c.path);
+        auto got = query(parser, c.as, c.path);
         if (!c.check_args) got.args.clear();
         EXPECT_EQ(got, c.expected);
     }

@@ -100,24 +100,16 @@ TEST(time_format, refuses_texts_off_the_format_and_dates_that_do_not_exist) {
             ADD_FAILURE() << "no exception";
         } catch (const tu::exceptions::exception& e) {
             EXPECT_EQ(e.message().key(), c.key);
-            EXPECT_EQ(e.message().args().front(), c.text);
+            const auto expected_args = c.key == invalid_date
+                                           ? std::vector<std::string>{c.text}
+                                           : std::vector<std::string>{c.text, tu::iso8601_format};
+            EXPECT_EQ(e.message().args(), expected_args);
         }
     }
 }
 
 TEST(time_format, a_format_without_a_date_cannot_name_an_instant) {
     EXPECT_THROW(tu::parse("10:00:00", "%T"), tu::exceptions::could_not_parse);
-}
-
-TEST(time_format, the_parse_error_names_text_and_format) {
-    try {
-        tu::parse("", tu::iso8601_format);
-        ADD_FAILURE() << "no exception";
-    } catch (const tu::exceptions::could_not_parse& e) {
-        EXPECT_STREQ(e.what(),
-                     "Could not parse timestamp \"\". The timestamp is not in the expected "
-                     "format: \"%FT%T%Oz\".");
-    }
 }
 
 TEST(libtimeutils_catalogue, keys_are_unique_prefixed_and_take_their_arguments) {
