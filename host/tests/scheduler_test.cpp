@@ -1,0 +1,91 @@
+#include "host/scheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace corvanis::monitoring_modules::host {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Scans are counted per sensor; overlapping scans of one sensor are recorded.
+struct recorder {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<int, int> scans;
+    std::map<int, int> running;
+    bool overlap = false;
+
+    void begin(int id) {
+        std::lock_guard lock(mutex);
+        if (++running[id] > 1) overlap = true;
+    }
+    void end(int id) {
+        std::lock_guard lock(mutex);
+        --running[id];
+        ++scans[id];
+        changed.notify_all();
+    }
+    // A generous limit turns a deadlock into a failure rather than a hung suite.
+    bool wait_for_scans(int id, int count) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, 30s, [&] { return scans[id] >= count; });
+    }
+};
+
+TEST(scheduler_test, each_sensor_gets_exactly_its_limit_and_never_two_scans_at_once) {
+    recorder r;
+    scan_scheduler scheduler(3, [&](int id) {
+        r.begin(id);
+        std::this_thread::sleep_for(1ms);
+        r.end(id);
+    });
+    scheduler.add(1, 0ms, 5);
+    scheduler.add(2, 2ms, 3);
+    scheduler.add(3, 0ms, 1);
+    scheduler.run({});
+    EXPECT_EQ(r.scans, (std::map<int, int>{{1, 5}, {2, 3}, {3, 1}}));
+    EXPECT_FALSE(r.overlap);
+}
+
+TEST(scheduler_test, a_stuck_sensor_does_not_hold_back_the_others) {
+    recorder r;
+    std::atomic<bool> others_done = false;
+    scan_scheduler scheduler(2, [&](int id) {
+        r.begin(id);
+        if (id == 1)
+            others_done = r.wait_for_scans(2, 4);  // stuck until sensor 2 has scanned four times
+        r.end(id);
+    });
+    scheduler.add(1, 1ms, 1);
+    scheduler.add(2, 1ms, 4);
+    scheduler.run({});
+    EXPECT_TRUE(others_done);
+    EXPECT_EQ(r.scans[1], 1);
+}
+
+TEST(scheduler_test, stopping_awaits_the_running_scan_and_starts_no_other) {
+    recorder r;
+    std::stop_source stop;
+    scan_scheduler scheduler(2, [&](int id) {
+        r.begin(id);
+        stop.request_stop();  // arrives while this scan runs
+        r.end(id);
+    });
+    scheduler.add(1, 1h);
+    scheduler.add(2, 1h);
+    scheduler.run(stop.get_token());
+    std::lock_guard lock(r.mutex);
+    EXPECT_GE(r.scans[1] + r.scans[2], 1);
+    EXPECT_EQ(r.running[1] + r.running[2], 0);
+    EXPECT_LE(r.scans[1], 1);
+    EXPECT_LE(r.scans[2], 1);
+}
+
+}  // namespace
+}  // namespace corvanis::monitoring_modules::host

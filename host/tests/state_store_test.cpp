@@ -1,0 +1,42 @@
+#include "host/state_store.h"
+
+#include <gtest/gtest.h>
+
+#include "host/errors.h"
+#include "host/tests/probe_process.h"
+
+namespace corvanis::monitoring_modules::host {
+namespace {
+
+TEST(state_store_test, data_survives_reopening_and_belongs_to_one_kind) {
+    const probe_test::scratch dir;
+    const auto path = dir.path("state.db");
+    const std::string binary("a\0b\xff", 4);
+    {
+        state_store store(path);
+        EXPECT_TRUE(store.load(1, "counter_sensor").empty());
+        store.put(1, "count", "41");
+        store.put(1, "count", "42");
+        store.put(1, "blob", binary);
+        store.put(2, "count", "7");
+    }
+    state_store store(path);
+    EXPECT_EQ(store.load(1, "counter_sensor"),
+              (std::map<std::string, std::string>{{"blob", binary}, {"count", "42"}}));
+    // Sensor 2 was never created here, so its data carries no kind and does not count.
+    EXPECT_TRUE(store.load(2, "counter_sensor").empty());
+    EXPECT_TRUE(store.load(1, "topic_sensor").empty());
+    EXPECT_TRUE(store.load(1, "counter_sensor").empty());
+}
+
+TEST(state_store_test, an_unusable_path_is_a_setup_error) {
+    try {
+        state_store store("/nonexistent/dir/state.db");
+        ADD_FAILURE();
+    } catch (const host_error& e) {
+        EXPECT_EQ(e.code(), exit_setup_failed);
+    }
+}
+
+}  // namespace
+}  // namespace corvanis::monitoring_modules::host
