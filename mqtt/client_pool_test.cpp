@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include "liblog/memory_logger.h"
+#include "mqtt/client_pool.h"
+#include "mqtt/exceptions.h"
+#include "tests/support/expectations.h"
+
+namespace mqtt = corvanis::monitoring_modules::mqtt;
+namespace lg = corvanis::monitoring_modules::liblog;
+using corvanis::monitoring_modules::libtavohelper::module::service_container;
+
+namespace {
+
+// Records what the pool asks of the factory; fails on demand.
+class fake_client : public mqtt::mqtt_client_interface {
+  public:
+    explicit fake_client(std::string id) : id_(std::move(id)) {}
+    void subscribe(const std::shared_ptr<mqtt::topic_subscription_interface>&) override {}
+    void unsubscribe(const std::shared_ptr<mqtt::topic_subscription_interface>&) override {}
+    void publish(const std::string&, const std::string&, const mqtt::quality_of_service&,
+                 bool) override {}
+    std::uint32_t get_active_client_count() const override { return 3; }
+    std::int64_t get_connect_duration() const override { return 12; }
+    bool is_connected() const override { return true; }
+    std::string get_client_id() const override { return id_; }
+    std::uint64_t get_subscribed_topic_count() const override { return 2; }
+    void add_logger(const std::shared_ptr<lg::log_interface>&, int) override {}
+    void remove_logger(const std::shared_ptr<lg::log_interface>&) override {}
+
+  private:
+    std::string id_;
+};
+
+struct pool : ::testing::Test {
+    std::shared_ptr<service_container> container = std::make_shared<service_container>();
+    int made = 0;
+    bool fail = false;
+
+    void SetUp() override {
+        container->register_factory<mqtt::mqtt_client_interface, mqtt::mqtt_client_settings>(
+            std::function<std::unique_ptr<mqtt::mqtt_client_interface>(mqtt::mqtt_client_settings)>(
+                [this](
+                    mqtt::mqtt_client_settings s) -> std::unique_ptr<mqtt::mqtt_client_interface> {
+                    if (fail) {
+                        throw mqtt::exceptions::not_authorized(mqtt::messages::not_authorized()());
+                    }
+                    ++made;
+                    return std::make_unique<fake_client>(s.connection.client_id);
+                }));
+    }
+    std::shared_ptr<mqtt::mqtt_client_interface> acquire(const mqtt::mqtt_client_settings& s) {
+        return mqtt::acquire_client(*container, s);
+    }
+};
+
+mqtt::mqtt_client_settings key() {
+    mqtt::mqtt_client_settings s;
+    s.connection.host = "h";
+    s.connection.client_id = "KESH_";
+    return s;
+}
+
+TEST_F(pool, equal_settings_share_the_live_client) {
+    auto first = acquire(key());
+    auto other_timeout = key();
+    other_timeout.connection.connect_timeout = 99;
+    other_timeout.logger = std::make_shared<lg::null_logger>();
+    EXPECT_EQ(acquire(key()), first);
+    EXPECT_EQ(acquire(other_timeout), first);
+    EXPECT_EQ(made, 1);
+
+    auto suffixed = key();
+    suffixed.connection.client_id_suffix_length = 8;
+    EXPECT_NE(acquire(suffixed), first);
+    EXPECT_EQ(made, 2);
+}
+
+TEST_F(pool, a_failed_construction_stores_nothing) {
+    fail = true;
+    EXPECT_THROW_KEY(acquire(key()), "error.not_authorized");
+    fail = false;
+    auto client = acquire(key());
+    EXPECT_EQ(acquire(key()), client);
+    EXPECT_EQ(made, 1);
+}
+
+// The pool never owns clients, and never replaces the entry of one that has gone.
+TEST_F(pool, once_the_first_client_is_gone_later_ones_are_not_shared) {
+    std::weak_ptr<mqtt::mqtt_client_interface> first = acquire(key());
+    EXPECT_TRUE(first.expired());
+    auto a = acquire(key());
+    auto b = acquire(key());
+    EXPECT_NE(a, b);
+    EXPECT_EQ(made, 3);
+}
+
+TEST(client_pool, usage_lines_name_the_client_and_its_counts) {
+    lg::memory_logger log;
+    mqtt::log_client_usage(log, fake_client("KESH_1abc"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].second, "Using MQTT Client with Client ID: KESH_1abc");
+    EXPECT_EQ(lines[1].second, "  Number of active Clients    : 3");
+    EXPECT_EQ(lines[2].second, "  Subscriptions on used Client: 2");
+    EXPECT_EQ(lines[0].first, lg::severity::debug);
+}
+
+}  // namespace

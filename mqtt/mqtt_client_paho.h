@@ -1,0 +1,155 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "liblog/multiplex_logger.h"
+#include "mqtt/mqtt_client_interface.h"
+#include "mqtt/mqtt_client_settings.h"
+#include "mqtt/private_file.h"
+#include "mqtt/topic_filter_index.h"
+
+namespace corvanis::monitoring_modules::libtavohelper::module {
+class service_container;
+}
+
+namespace corvanis::monitoring_modules::mqtt {
+
+struct paho_request_state;  // one request's completion, defined with the client
+
+struct reconnect_options {
+    // Waits between reconnect attempts; the last one repeats.
+    std::vector<std::chrono::milliseconds> backoff = {
+        std::chrono::seconds(1),  std::chrono::seconds(2),  std::chrono::seconds(5),
+        std::chrono::seconds(10), std::chrono::seconds(30), std::chrono::seconds(60)};
+    // Called on the reconnect thread with each wait before it starts. For tests.
+    std::function<void(std::chrono::milliseconds)> on_backoff;
+};
+
+// The client over the Paho asynchronous library. Made through make_client_factory and shared
+// through the pool; every line it logs starts "MQTT Client - <client id>: ".
+class mqtt_client_paho final : public mqtt_client_interface {
+  public:
+    static constexpr std::size_t max_payload_size = 268435456;  // 256 MiB, MQTT's limit
+
+    // Connects, and returns once the first attempt is decided. When it fails and
+    // automatic_reconnect is off, throws the mapped client_failure; with automatic_reconnect
+    // the client is made anyway and keeps retrying on a thread of its own. The container
+    // provides the logger service and, for a client id suffix, the random string generator
+    // (a missing factory throws the container's service_container_error).
+    mqtt_client_paho(mqtt_client_settings settings,
+                     std::weak_ptr<libtavohelper::module::service_container> container,
+                     reconnect_options reconnect = {});
+    // Stops the reconnect thread, unsubscribes every filter and disconnects when connected,
+    // destroys the library handle and removes the TLS files. Waits for running callbacks of
+    // this client, so it must not run on one of them.
+    ~mqtt_client_paho() override;
+
+    mqtt_client_paho(const mqtt_client_paho&) = delete;
+    mqtt_client_paho& operator=(const mqtt_client_paho&) = delete;
+
+    void subscribe(const std::shared_ptr<topic_subscription_interface>& subscription) override;
+    void unsubscribe(const std::shared_ptr<topic_subscription_interface>& subscription) override;
+    void publish(const std::string& topic, const std::string& payload,
+                 const quality_of_service& qos, bool retained) override;
+
+    std::uint32_t get_active_client_count() const override;
+    std::int64_t get_connect_duration() const override;
+    bool is_connected() const override;
+    std::string get_client_id() const override;
+    std::uint64_t get_subscribed_topic_count() const override;
+    void add_logger(const std::shared_ptr<liblog::log_interface>& logger,
+                    int threshold = liblog::to_int(liblog::severity::debug)) override;
+    void remove_logger(const std::shared_ptr<liblog::log_interface>& logger) override;
+
+  private:
+    friend struct paho_callbacks;
+    friend class callback_scope;
+    struct connect_options;
+
+    void log(liblog::severity level, const std::string& text) const;
+    // Logs "Return code = <code> <context>"; for a failure also "Error: <context>", then
+    // throws the mapped exception (with the library's text when given, else the context).
+    void check_return_code(int code, const std::string& context,
+                           std::string_view library_text = {}) const;
+    void configure_connect_options();
+    void configure_tls();
+    void shutdown() noexcept;
+
+    // Library threads.
+    bool enter_callback();
+    void leave_callback();
+    void handle_connect_success(int mqtt_version);
+    void handle_connect_failure(int code, std::string_view text);
+    void handle_connection_lost(std::string_view cause);
+    void on_message_arrived(const std::shared_ptr<const received_message>& message);
+    void prune_expired(const std::vector<std::string>& filters);
+
+    void start_reconnect_thread();
+    void do_reconnect();
+    // Waits, without an overall limit, until the request completes; throws its mapped failure.
+    // Gives up (mqttasync_disconnected) only when no reconnect can ever complete it.
+    void synchronize_call(int token, paho_request_state& request);
+    void subscribe_at_broker(const std::string& filter);
+    void unsubscribe_at_broker(const std::string& filter);
+    std::vector<std::shared_ptr<topic_subscription_interface>> live_subscriptions(
+        const std::string& expired_line);
+    void resubscribe_all();
+    void unsubscribe_all();
+
+    mqtt_client_settings settings_;
+    std::weak_ptr<libtavohelper::module::service_container> container_;
+    reconnect_options reconnect_;
+    std::shared_ptr<liblog::multiplex_logger> log_;
+    std::string client_id_;
+    std::string server_uri_;
+    // The library options point into these for the client's life.
+    std::string username_;
+    std::string password_;
+    std::string key_password_;
+    std::unique_ptr<private_file> ca_file_;
+    std::unique_ptr<private_file> certificate_file_;
+    std::unique_ptr<private_file> key_file_;
+    std::unique_ptr<connect_options> options_;
+    void* handle_ = nullptr;  // MQTTAsync
+
+    std::promise<void> first_attempt_;
+    std::atomic<std::int64_t> connect_duration_{-1};
+    std::atomic<bool> first_attempt_pending_{true};
+    std::atomic<bool> automatic_reconnect_;
+    std::atomic<bool> reconnect_in_progress_{false};
+    std::atomic<bool> stopping_{false};
+    std::mutex reconnect_mutex_;  // with automatic_reconnect_, decides whether a thread may start
+    std::condition_variable reconnect_wake_;
+    std::unique_ptr<std::thread> reconnect_thread_;  // guarded by reconnect_mutex_
+
+    // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across
+    // their broker round trips. Recursive: the latter two call the former.
+    std::recursive_mutex registry_mutex_;
+    // Held exclusively only for in-memory edits, so dispatch never waits for the broker.
+    mutable std::shared_mutex index_mutex_;
+    topic_filter_index index_;  // guarded by index_mutex_
+
+    std::mutex callback_mutex_;
+    std::condition_variable callbacks_done_;
+    bool closing_ = false;       // guarded by callback_mutex_
+    int callbacks_running_ = 0;  // guarded by callback_mutex_
+    bool counted_ = false;
+};
+
+// The factory the module registers for mqtt_client_interface, keyed by mqtt_client_settings.
+std::function<std::unique_ptr<mqtt_client_interface>(mqtt_client_settings)> make_client_factory(
+    std::weak_ptr<libtavohelper::module::service_container> container);
+
+}  // namespace corvanis::monitoring_modules::mqtt

@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <regex>
+#include <set>
+
+#include "mqtt/topic_filter_index.h"
+#include "mqtt/topic_subscription.h"
+
+namespace mqtt = corvanis::monitoring_modules::mqtt;
+
+namespace {
+
+std::set<std::string> matched(const mqtt::topic_filter_index& index, const std::string& topic) {
+    std::set<std::string> filters;
+    index.match(topic, [&](const mqtt::topic_filter_index::entry& e) {
+        EXPECT_TRUE(filters.insert(e.filter).second) << "visited twice: " << e.filter;
+    });
+    return filters;
+}
+
+// Levels drawn from a small pool so that filters and topics collide often: plain words, empty
+// levels, characters a wildcard level must refuse (":", "$", "\xc3\xa9") or that the regular
+// expression would misread if unescaped (".", "*", "(").
+std::string random_level(std::mt19937& rng) {
+    static const std::vector<std::string> pool = {"a",   "b",  "ab", "",  "x y", "a.b",
+                                                  "aXb", "_-", "1",  ":", "$",   "\xc3\xa9",
+                                                  "a*",  "(",  "+x", "#y"};
+    return pool[std::uniform_int_distribution<std::size_t>(0, pool.size() - 1)(rng)];
+}
+
+std::string random_topic(std::mt19937& rng) {
+    const auto levels = std::uniform_int_distribution<int>(1, 5)(rng);
+    std::string topic;
+    for (int i = 0; i < levels; ++i) topic += (i ? "/" : "") + random_level(rng);
+    return topic;
+}
+
+std::string random_filter(std::mt19937& rng) {
+    const auto levels = std::uniform_int_distribution<int>(1, 5)(rng);
+    std::string filter;
+    for (int i = 0; i < levels; ++i) {
+        const auto kind = std::uniform_int_distribution<int>(0, 9)(rng);
+        std::string level = kind < 3 ? "+" : random_level(rng);
+        if (level.find_first_of("+#") != std::string::npos && level != "+") level = "c";
+        filter += (i ? "/" : "") + level;
+    }
+    if (std::uniform_int_distribution<int>(0, 3)(rng) == 0) {
+        filter = std::uniform_int_distribution<int>(0, 4)(rng) == 0 ? "#" : filter + "/#";
+    }
+    return filter;
+}
+
+// The index must report exactly the filters whose expression fully matches the topic.
+TEST(topic_filter_index, agrees_with_the_regular_expression_on_random_filters_and_topics) {
+    const unsigned seed = 20240611;
+    std::mt19937 rng(seed);
+    for (int round = 0; round < 40; ++round) {
+        mqtt::topic_filter_index index;
+        std::vector<std::pair<std::string, std::regex>> filters;
+        for (int i = 0; i < 60; ++i) {
+            const auto filter = random_filter(rng);
+            ASSERT_TRUE(mqtt::is_valid_topic_filter(filter)) << filter;
+            if (index.find(filter) == nullptr) {
+                index.insert(filter);
+                filters.emplace_back(filter, std::regex(mqtt::topic_filter_to_regex(filter)));
+            }
+        }
+        for (int t = 0; t < 200; ++t) {
+            const auto topic = random_topic(rng);
+            std::set<std::string> expected;
+            for (const auto& [filter, expression] : filters) {
+                if (std::regex_match(topic, expression)) expected.insert(filter);
+            }
+            ASSERT_EQ(matched(index, topic), expected)
+                << "seed " << seed << " round " << round << " topic '" << topic << "'";
+        }
+    }
+}
+
+TEST(topic_filter_index, erasing_a_filter_keeps_its_neighbours) {
+    mqtt::topic_filter_index index;
+    for (const char* f : {"a/b", "a/b/c", "a/+", "a/#", "#", "+/b"}) index.insert(f);
+    EXPECT_EQ(matched(index, "a/b"), (std::set<std::string>{"a/b", "a/+", "a/#", "#", "+/b"}));
+    index.erase("a/b");
+    index.erase("a/#");
+    index.erase("never/added");
+    EXPECT_EQ(index.size(), 4u);
+    EXPECT_EQ(matched(index, "a/b"), (std::set<std::string>{"a/+", "#", "+/b"}));
+    EXPECT_EQ(matched(index, "a/b/c"), (std::set<std::string>{"a/b/c", "#"}));
+    for (const char* f : {"a/b/c", "a/+", "#", "+/b"}) index.erase(f);
+    EXPECT_EQ(index.size(), 0u);
+    EXPECT_TRUE(matched(index, "a/b").empty());
+}
+
+TEST(topic_filter_index, filters_the_levels_cannot_decide_are_always_offered) {
+    mqtt::topic_filter_index index;
+    index.insert("a\\d");  // an escape in the expression
+    index.insert("a#b");   // invalid, only a custom subscription would bring it
+    index.insert("a/b");
+    for (const char* f : {"a\\d", "a#b"}) EXPECT_TRUE(index.find(f)->needs_check) << f;
+    EXPECT_FALSE(index.find("a/b")->needs_check);
+    EXPECT_EQ(matched(index, "zzz"), (std::set<std::string>{"a\\d", "a#b"}));
+    index.erase("a\\d");
+    EXPECT_EQ(matched(index, "a/b"), (std::set<std::string>{"a#b", "a/b"}));
+}
+
+TEST(topic_filter_index, deep_topics_beyond_the_stack_buffer_still_match) {
+    mqtt::topic_filter_index index;
+    std::string deep;
+    for (int i = 0; i < 40; ++i) deep += (i ? "/" : "") + std::string("l");
+    index.insert(deep);
+    index.insert("l/#");
+    EXPECT_EQ(matched(index, deep), (std::set<std::string>{deep, "l/#"}));
+}
+
+}  // namespace

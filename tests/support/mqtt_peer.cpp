@@ -1,0 +1,122 @@
+#include "tests/support/mqtt_peer.h"
+
+#include <signal.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace corvanis::monitoring_modules::test_support {
+
+namespace {
+
+std::string read_text(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string from_hex(const std::string& hex) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+}  // namespace
+
+mqtt_peer::mqtt_peer(const mosquitto_broker& broker) : broker_(broker) {}
+
+mqtt_peer::~mqtt_peer() {
+    for (const pid_t pid : subscribers_) {
+        ::kill(pid, SIGTERM);
+        wait_for_exit(pid, 5000);
+    }
+}
+
+std::vector<std::string> mqtt_peer::connection_arguments() const {
+    std::vector<std::string> args = {"-h", broker_.host(), "-p", std::to_string(broker_.port())};
+    if (!broker_.options().users.empty()) {
+        args.insert(args.end(), {"-u", broker_.options().users.front().first, "-P",
+                                 broker_.options().users.front().second});
+    }
+    if (broker_.uses_tls()) {
+        const auto& tls = broker_.tls();
+        args.insert(args.end(), {"--cafile", tls.ca_certificate_file().string(), "--cert",
+                                 tls.client_certificate_file().string(), "--key",
+                                 tls.client_key_file().string()});
+    }
+    return args;
+}
+
+void mqtt_peer::publish(const std::string& topic, const std::string& payload, int qos,
+                        bool retained) {
+    std::vector<std::string> argv = {"mosquitto_pub"};
+    const auto connection = connection_arguments();
+    argv.insert(argv.end(), connection.begin(), connection.end());
+    argv.insert(argv.end(), {"-t", topic, "-q", std::to_string(qos)});
+    if (payload.empty()) {
+        argv.push_back("-n");
+    } else {
+        argv.insert(argv.end(), {"-m", payload});
+    }
+    if (retained) argv.push_back("-r");
+    run(argv, dir_.path() / "publish.log");
+}
+
+void mqtt_peer::subscribe(const std::string& filter, int qos) {
+    const auto output = dir_.path() / ("subscriber" + std::to_string(outputs_.size()) + ".out");
+    // Line-buffered, so that its acknowledgement and messages reach the file as they happen.
+    std::vector<std::string> argv = {"stdbuf", "-oL", find_program("mosquitto_sub")};
+    const auto connection = connection_arguments();
+    argv.insert(argv.end(), connection.begin(), connection.end());
+    argv.insert(argv.end(),
+                {"-t", filter, "-q", std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%r\\t%x"});
+    subscribers_.push_back(spawn(argv, output));
+    outputs_.push_back(output);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (read_text(output).find("received SUBACK") == std::string::npos) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("mosquitto_sub did not subscribe: " + read_text(output));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+std::vector<peer_message> mqtt_peer::received() const {
+    std::vector<peer_message> messages;
+    for (const auto& output : outputs_) {
+        std::stringstream in(read_text(output));
+        for (std::string line; std::getline(in, line);) {
+            if (line.rfind("MSG\t", 0) != 0) continue;
+            std::stringstream fields(line.substr(4));
+            peer_message m;
+            std::string qos, retained, hex;
+            std::getline(fields, m.topic, '\t');
+            std::getline(fields, qos, '\t');
+            std::getline(fields, retained, '\t');
+            std::getline(fields, hex, '\t');
+            m.qos = std::stoi(qos);
+            m.retained = retained == "1";
+            m.payload = from_hex(hex);
+            messages.push_back(std::move(m));
+        }
+    }
+    return messages;
+}
+
+std::vector<peer_message> mqtt_peer::wait_for_messages(std::size_t count,
+                                                       std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    auto messages = received();
+    while (messages.size() < count && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        messages = received();
+    }
+    return messages;
+}
+
+}  // namespace corvanis::monitoring_modules::test_support

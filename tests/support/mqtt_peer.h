@@ -1,0 +1,54 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/mosquitto_broker.h"
+
+namespace corvanis::monitoring_modules::test_support {
+
+struct peer_message {
+    std::string topic;
+    std::string payload;
+    int qos = 0;
+    bool retained = false;
+};
+
+// The other side of a system test, through mosquitto_pub and mosquitto_sub: separate
+// processes, independent of the code under test and of its MQTT library. Connects with what
+// the broker asks for (its first user's password, the test CA, the client certificate).
+// Throws std::runtime_error when a tool fails.
+class mqtt_peer {
+  public:
+    explicit mqtt_peer(const mosquitto_broker& broker);
+    ~mqtt_peer();  // stops the subscribers
+    mqtt_peer(const mqtt_peer&) = delete;
+    mqtt_peer& operator=(const mqtt_peer&) = delete;
+
+    // Returns once the message has been handed to the broker (QoS 1 and 2: acknowledged).
+    void publish(const std::string& topic, const std::string& payload, int qos = 1,
+                 bool retained = false);
+    // Starts a subscriber for the filter; returns once the broker has acknowledged it.
+    void subscribe(const std::string& filter, int qos = 1);
+
+    // Waits until the subscribers have received at least count messages in all (or the timeout
+    // has passed) and returns them, each subscriber's in arrival order.
+    std::vector<peer_message> wait_for_messages(std::size_t count,
+                                                std::chrono::milliseconds timeout);
+
+  private:
+    std::vector<std::string> connection_arguments() const;
+    std::vector<peer_message> received() const;
+
+    const mosquitto_broker& broker_;
+    temp_dir dir_{"mqtt-test-peer"};
+    std::vector<pid_t> subscribers_;
+    std::vector<std::filesystem::path> outputs_;
+};
+
+}  // namespace corvanis::monitoring_modules::test_support

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvanis::monitoring_modules::test_support {
+
+// A fresh 0700 directory under $TMPDIR (or /tmp), removed with its content by the destructor.
+class temp_dir {
+  public:
+    explicit temp_dir(const std::string& prefix = "mqtt-test");
+    ~temp_dir();
+    temp_dir(const temp_dir&) = delete;
+    temp_dir& operator=(const temp_dir&) = delete;
+
+    const std::filesystem::path& path() const noexcept { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+// The program's full path, searching $PATH and then /usr/sbin and /usr/local/sbin (mosquitto
+// lives in sbin); empty when not found.
+std::string find_program(const std::string& name);
+
+// Starts argv[0] (looked up with find_program) with stdout and stderr appended to output.
+// Throws std::runtime_error when it cannot be started.
+pid_t spawn(const std::vector<std::string>& argv, const std::filesystem::path& output);
+
+// Runs to completion; throws std::runtime_error with the output when the exit status is not 0.
+void run(const std::vector<std::string>& argv, const std::filesystem::path& output);
+
+// The exit status once the process has ended within the timeout (SIGKILL after it).
+int wait_for_exit(pid_t pid, int timeout_ms);
+
+// A port on 127.0.0.1 that was free a moment ago (bound to port 0, then released).
+int free_port();
+
+// True once a TCP connection to 127.0.0.1:port succeeds.
+bool port_accepts(int port);
+
+// Threads of this process (entries of /proc/self/task).
+std::size_t thread_count();
+
+// Open descriptors of this process whose target contains the text (e.g. "memfd:").
+std::size_t open_descriptors_matching(const std::string& text);
+
+}  // namespace corvanis::monitoring_modules::test_support

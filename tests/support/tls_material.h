@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace corvanis::monitoring_modules::test_support {
+
+// Test certificates (EC P-256, two days), as PEM text and as files in one directory:
+// a CA; a server certificate it signed for IP 127.0.0.1 and DNS localhost; a client
+// certificate it signed (CN client1); the client key also encrypted with a password; and a
+// second CA that signed nothing here, for "wrong CA" cases.
+struct tls_material {
+    std::filesystem::path directory;
+    std::string ca_certificate;
+    std::string server_certificate;
+    std::string server_key;
+    std::string client_certificate;
+    std::string client_key;
+    std::string client_key_encrypted;
+    std::string client_key_password;
+    std::string other_ca_certificate;
+
+    std::filesystem::path ca_certificate_file() const { return directory / "ca.crt"; }
+    std::filesystem::path server_certificate_file() const { return directory / "server.crt"; }
+    std::filesystem::path server_key_file() const { return directory / "server.key"; }
+    std::filesystem::path client_certificate_file() const { return directory / "client.crt"; }
+    std::filesystem::path client_key_file() const { return directory / "client.key"; }
+};
+
+// Runs the openssl command line into the directory (about 0.1 s). Throws std::runtime_error.
+tls_material make_tls_material(const std::filesystem::path& directory);
+
+// One set per process, made on first use in a temporary directory kept until exit.
+const tls_material& shared_tls_material();
+
+}  // namespace corvanis::monitoring_modules::test_support
