@@ -93,15 +93,19 @@ subscribe_custom_sensor::subscribe_custom_sensor(
     }
     if (!settings().message_path.empty()) message_path_.emplace(settings().message_path);
 
+    sensor_log_ = this->container()->find_instance<tavo::module::sensor_log>();
     client_ =
         acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
     subscription_ = std::make_shared<topic_subscription>(
         settings().topic, quality_of_service::exactly_once,
-        [slot = slot_, log = logger()](std::shared_ptr<const received_message> message) {
-            log->log(severity::debug,
-                     "Received on topic \"" + message->topic +
-                         "\" with payload bytes: " + std::to_string(message->payload.size()) +
-                         " and payload:\n" + std::string(message->payload_view()));
+        [slot = slot_, log = logger(),
+         sink = sensor_log_](std::shared_ptr<const received_message> message) {
+            if (sink && sink->enabled(severity::debug)) {
+                log->log(severity::debug,
+                         "Received on topic \"" + message->topic +
+                             "\" with payload bytes: " + std::to_string(message->payload.size()) +
+                             " and payload:\n" + std::string(message->payload_view()));
+            }
             std::lock_guard lock(slot->mutex);
             slot->message = std::move(message);
         },
@@ -115,6 +119,10 @@ subscribe_custom_sensor::~subscribe_custom_sensor() {
     } catch (const std::exception& e) {
         log(severity::warning, std::string("Unsubscribe failed: ") + e.what());
     }
+}
+
+bool subscribe_custom_sensor::tracing() const {
+    return sensor_log_ && sensor_log_->enabled(severity::debug);
 }
 
 void subscribe_custom_sensor::register_channels() {
@@ -149,7 +157,7 @@ sensor_scan_result subscribe_custom_sensor::work() {
 
 sensor_scan_result subscribe_custom_sensor::evaluate(const received_message& message) {
     std::string payload(message.payload_view());
-    log("Working with message: " + payload);
+    if (tracing()) log("Working with message: " + payload);
     if (payload.empty()) throw exceptions::payload_empty(messages::payload_empty());
     const auto parser =
         container()->create<libparser::parser_interface, std::string>(std::move(payload));
@@ -175,10 +183,10 @@ void subscribe_custom_sensor::read_message(const payload_reader& payload,
                                            sensor_scan_result& result, std::string& errors) {
     if (!message_path_) return;
     const std::string& path = message_path_->path();
-    log("Processing sensor message with json path: " + path);
+    if (tracing()) log("Processing sensor message with json path: " + path);
     try {
         auto text = payload.text(*message_path_);
-        log("Found value: " + text);
+        if (tracing()) log("Found value: " + text);
         result.set_response_message(libi18n::i18n_msg::literal(std::move(text)));
     } catch (const libi18n::i18n_exception& e) {
         log(severity::warning,
@@ -190,44 +198,44 @@ void subscribe_custom_sensor::read_message(const payload_reader& payload,
 void subscribe_custom_sensor::read_channel(int number, const payload_reader& payload,
                                            sensor_scan_result& result, std::string& errors) {
     const auto& path = *channel_paths_[number - 1];
-    const std::string prefix =
-        "Error while processing channel #" + std::to_string(number) + " with json path: ";
-    const std::string entry = "Channel " + std::to_string(number) + ": ";
-    log("Processing channel " + std::to_string(number) + " with json path: " + path.path());
+    const auto failed = [&](const std::string& reason, const std::string& message) {
+        log(severity::warning, "Error while processing channel #" + std::to_string(number) +
+                                   " with json path: " + path.path() + ": " + reason);
+        errors += "Channel " + std::to_string(number) + ": " + message + " ";
+    };
+    const bool trace = tracing();
+    if (trace)
+        log("Processing channel " + std::to_string(number) + " with json path: " + path.path());
     try {
         switch (settings().channels[number - 1].type) {
             case settings::channel_type::absolute_integer: {
                 const long value = payload.int64(path);
-                log("Found value: " + std::to_string(value));
+                if (trace) log("Found value: " + std::to_string(value));
                 result.set_value(number, value);
                 break;
             }
             case settings::channel_type::absolute_float: {
                 const double value = payload.floating(path);
-                log("Found value: " + format_float(value));
+                if (trace) log("Found value: " + format_float(value));
                 result.set_value(number, value);
                 break;
             }
             case settings::channel_type::delta_counter: {
                 const double value = payload.floating(path);
                 if (value < 0.0) {
-                    log(severity::warning,
-                        prefix + path.path() + ": Received negative value for counter channel.");
-                    errors += entry +
-                              messages::negative_values_not_supported_by_counter_channels()
-                                  .default_text() +
-                              " ";
+                    failed("Received negative value for counter channel.",
+                           messages::negative_values_not_supported_by_counter_channels()
+                               .default_text());
                     return;
                 }
                 const long whole = to_counter_value(value);
-                log("Found value: " + std::to_string(whole));
+                if (trace) log("Found value: " + std::to_string(whole));
                 result.set_value(number, whole);
                 break;
             }
         }
     } catch (const libi18n::i18n_exception& e) {
-        log(severity::warning, prefix + path.path() + ": " + e.what());
-        errors += entry + e.message().render_or_default() + " ";
+        failed(e.what(), e.message().render_or_default());
     }
 }
 

@@ -51,6 +51,9 @@ class subscribe_custom_sensor
 
     class payload_reader;
 
+    // Whether debug lines reach the host; saves building the ones that would not.
+    bool tracing() const;
+
     void register_channels();
     libtavohelper::responses::sensor_scan_result evaluate(const received_message& message);
     // Appends one entry per failed query to `errors`.
@@ -69,6 +72,7 @@ class subscribe_custom_sensor
         channel_paths_;  // set for active channels only
     std::optional<libjsonparser::compiled_jsonpath> message_path_;
 
+    std::shared_ptr<libtavohelper::module::sensor_log> sensor_log_;  // empty without a host log
     std::shared_ptr<message_slot> slot_ = std::make_shared<message_slot>();
     std::shared_ptr<mqtt_client_interface> client_;
     std::shared_ptr<topic_subscription> subscription_;
