@@ -1,6 +1,7 @@
 #include "host/local_broker.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
@@ -161,9 +162,11 @@ void local_broker::stop() {
 }
 
 std::string local_broker::log() const {
-    std::ifstream in(directory_ / "mosquitto.log");
     std::ostringstream text;
-    text << in.rdbuf();
+    for (const char* name : {"mosquitto.out", "mosquitto.log"}) {
+        std::ifstream in(directory_ / name);
+        if (in) text << in.rdbuf();
+    }
     return text.str();
 }
 
