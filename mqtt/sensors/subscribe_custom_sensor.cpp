@@ -100,13 +100,14 @@ subscribe_custom_sensor::subscribe_custom_sensor(
         settings().topic, quality_of_service::exactly_once,
         [slot = slot_, log = logger(),
          sink = sensor_log_](std::shared_ptr<const received_message> message) {
+            // Logged under the lock: once the line is out, no scan can miss the message.
+            std::lock_guard lock(slot->mutex);
             if (sink && sink->enabled(severity::debug)) {
                 log->log(severity::debug,
                          "Received on topic \"" + message->topic +
                              "\" with payload bytes: " + std::to_string(message->payload.size()) +
                              " and payload:\n" + std::string(message->payload_view()));
             }
-            std::lock_guard lock(slot->mutex);
             slot->message = std::move(message);
         },
         logger());

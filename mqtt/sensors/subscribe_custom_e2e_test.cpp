@@ -1,0 +1,133 @@
+// The sensor through libMQTT.so's exports, fed by a real broker.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <memory>
+
+#include "mqtt/sensors/testing/module_host.h"
+#include "tests/support/mosquitto_broker.h"
+#include "tests/support/mqtt_peer.h"
+
+namespace {
+
+namespace ts = corvanis::monitoring_modules::test_support;
+using module_testing::module_host;
+using module_testing::settings_map;
+using module_testing::value_of;
+using namespace std::chrono_literals;
+
+constexpr int sensor = 31;
+
+class subscribe_custom_e2e : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!ts::mosquitto_available()) GTEST_SKIP() << "mosquitto not installed";
+        broker_ = std::make_unique<ts::mosquitto_broker>();
+        peer_ = std::make_unique<ts::mqtt_peer>(*broker_, "e2e-publisher");
+        host_ = std::make_unique<module_host>();
+        host_->set_log_threshold(7);  // the sensor's receipt lines tell when a message is in
+    }
+
+    // Short names: "c<N>_<field>", "c<N>" and the group's own settings.
+    module_testing::wire::SettingsBlock block(const settings_map& overrides) {
+        settings_map full = {{"topic", "plant/+/state"}};
+        for (const auto& [k, v] : overrides) full[k] = v;
+        settings_map prefixed;
+        for (const auto& [k, v] : full) {
+            prefixed["subscribe_custom.connection_subscribe_custom." +
+                     (k[0] == 'c' && std::isdigit(k[1]) ? "channel" + k.substr(1) : k)] = v;
+        }
+        return module_testing::settings_block("subscribe_custom_sensor",
+                                              static_cast<int>(broker_->port()), prefixed);
+    }
+
+    void publish(const std::string& payload) {
+        peer_->publish("plant/7/state", payload);
+        const auto line = "payload:\n" + payload;
+        ASSERT_TRUE(host_->wait_for(
+            [&](const auto& messages) {
+                for (const auto& m : messages)
+                    if (m.has_log() && m.log().line().text().ends_with(line)) return true;
+                return false;
+            },
+            10s))
+            << "the sensor did not receive " << payload;
+    }
+
+    module_testing::wire::ScanResult scan() {
+        EXPECT_EQ(host_->scan(sensor), 0);
+        return host_->last_scan_result(sensor);
+    }
+
+    std::unique_ptr<ts::mosquitto_broker> broker_;
+    std::unique_ptr<ts::mqtt_peer> peer_;
+    std::unique_ptr<module_host> host_;
+};
+
+const settings_map three_kinds = {
+    {"c1_type", "absolute_integer"}, {"c1_jsonpath", "$.cycles"}, {"c2", "enable"},
+    {"c2_jsonpath", "$.t.value"},    {"c2_name", "Temperature"},  {"c3", "enable"},
+    {"c3_type", "delta_counter"},    {"c3_jsonpath", "$.energy"}, {"message_path", "$.state"}};
+
+TEST_F(subscribe_custom_e2e, evaluates_only_the_latest_of_two_messages_into_three_kinds) {
+    ASSERT_EQ(host_->create(sensor, block(three_kinds)), 0);
+    publish(R"({"cycles": 1, "t": {"value": 1.5}, "energy": 10.7, "state": "first"})");
+    publish(R"({"cycles": 2, "t": {"value": 71.25}, "energy": "20.9 kWh", "state": "second"})");
+    const auto r = scan();
+    EXPECT_EQ(r.response_code(), 0);
+    EXPECT_EQ(r.message().text(), "second");
+    EXPECT_EQ(value_of(r, 1), 2);
+    EXPECT_EQ(value_of(r, 2), 71.25);
+    EXPECT_EQ(value_of(r, 3), 20);
+    ASSERT_EQ(r.values(1).id(), 2);
+    EXPECT_EQ(r.values(1).value_case(), module_testing::wire::ChannelValue::kFloat);
+}
+
+TEST_F(subscribe_custom_e2e, names_every_failing_channel_in_one_error_and_survives_bad_payloads) {
+    auto settings = three_kinds;
+    settings["c4"] = "enable";
+    settings["c4_jsonpath"] = "$.missing";
+    ASSERT_EQ(host_->create(sensor, block(settings)), 0);
+    publish(R"({"cycles": 5, "t": {"value": "warm"}, "energy": -1, "state": "s"})");
+    auto r = scan();
+    EXPECT_EQ(r.response_code(), 3);
+    EXPECT_EQ(r.message().text(),
+              "Channel 2: 'warm' could not be converted to 'floating point'. "
+              "Channel 3: Negative values are not supported by counter channels. "
+              "Channel 4: The queried field \"$.missing\" is empty. ");
+    const auto logs = host_->log_texts();
+    EXPECT_NE(std::find(logs.begin(), logs.end(), "Found value: 5"), logs.end());
+
+    for (const std::string payload : {"{\"cycles\": ", "<state>ok</state>", ""}) {
+        publish(payload);
+        r = scan();
+        EXPECT_EQ(r.response_code(), 3);
+        EXPECT_NE(r.message().key(), "");
+    }
+}
+
+TEST_F(subscribe_custom_e2e, retained_result_and_message_time_survive_a_module_restart) {
+    auto settings = three_kinds;
+    settings["retain_last_message"] = "retain";
+    settings["duration_since_last_message"] = "enable";
+    ASSERT_EQ(host_->create(sensor, block(settings)), 0);
+    publish(R"({"cycles": 9, "t": {"value": 3.5}, "energy": 4, "state": "kept"})");
+    const auto first = scan();
+    ASSERT_EQ(first.response_code(), 0);
+    const auto stored = host_->persisted(sensor);
+    ASSERT_EQ(stored.size(), 2u);
+
+    host_.reset();  // the host process ends; a new one loads the module again
+    host_ = std::make_unique<module_host>();
+    auto again = block(settings);
+    again.mutable_persistent_data()->insert(stored.begin(), stored.end());
+    ASSERT_EQ(host_->create(sensor, again), 0);
+    const auto r = scan();
+    EXPECT_EQ(r.response_code(), 0);
+    EXPECT_EQ(r.message().text(), "kept");
+    for (int channel : {1, 2, 3}) EXPECT_EQ(value_of(r, channel), value_of(first, channel));
+    EXPECT_GE(value_of(r, 0), value_of(first, 0));
+}
+
+}  // namespace
