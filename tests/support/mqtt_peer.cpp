@@ -30,6 +30,9 @@ std::string from_hex(const std::string& hex) {
 
 mqtt_peer::mqtt_peer(const mosquitto_broker& broker) : broker_(broker) {}
 
+mqtt_peer::mqtt_peer(const mosquitto_broker& broker, std::string client_id)
+    : broker_(broker), client_id_(std::move(client_id)) {}
+
 mqtt_peer::~mqtt_peer() {
     for (const pid_t pid : subscribers_) {
         ::kill(pid, SIGTERM);
@@ -58,6 +61,7 @@ void mqtt_peer::publish(const std::string& topic, const std::string& payload, in
     const auto connection = connection_arguments();
     argv.insert(argv.end(), connection.begin(), connection.end());
     argv.insert(argv.end(), {"-t", topic, "-q", std::to_string(qos)});
+    if (!client_id_.empty()) argv.insert(argv.end(), {"-i", client_id_});
     if (payload.empty()) {
         argv.push_back("-n");
     } else {
@@ -75,6 +79,9 @@ void mqtt_peer::subscribe(const std::string& filter, int qos) {
     argv.insert(argv.end(), connection.begin(), connection.end());
     argv.insert(argv.end(),
                 {"-t", filter, "-q", std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%r\\t%x"});
+    if (!client_id_.empty()) {
+        argv.insert(argv.end(), {"-i", client_id_ + "-sub" + std::to_string(outputs_.size())});
+    }
     subscribers_.push_back(spawn(argv, output));
     outputs_.push_back(output);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);

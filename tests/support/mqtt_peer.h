@@ -26,6 +26,8 @@ struct peer_message {
 class mqtt_peer {
   public:
     explicit mqtt_peer(const mosquitto_broker& broker);
+    // Publishes under this client id; subscribers use it with "-sub<N>" appended.
+    mqtt_peer(const mosquitto_broker& broker, std::string client_id);
     ~mqtt_peer();  // stops the subscribers
     mqtt_peer(const mqtt_peer&) = delete;
     mqtt_peer& operator=(const mqtt_peer&) = delete;
@@ -46,6 +48,7 @@ class mqtt_peer {
     std::vector<peer_message> received() const;
 
     const mosquitto_broker& broker_;
+    std::string client_id_;
     temp_dir dir_{"mqtt-test-peer"};
     std::vector<pid_t> subscribers_;
     std::vector<std::filesystem::path> outputs_;
