@@ -22,6 +22,12 @@ tavo::wire::I18nMessage literal(const std::string& text) {
     return message;
 }
 
+// Why a call brought no message: the module's code, or its silence.
+tavo::wire::I18nMessage no_answer(const std::string& call, int code, const std::string& what) {
+    if (code == 0) return literal("The module sent no " + what + ".");
+    return literal(call + " answered " + std::to_string(code) + ": " + describe_result_code(code));
+}
+
 std::optional<probe_config> optional_config(const std::string& path) {
     if (path.empty()) return std::nullopt;
     return load_config(path);
@@ -104,9 +110,7 @@ int check_command(const global_options& global, const settings_options& settings
         result = *outcome.message;
     } else {
         result.set_check_id(check_id);
-        *result.mutable_message() =
-            literal("ExecuteCheck answered " + std::to_string(outcome.code) + ": " +
-                    describe_result_code(outcome.code));
+        *result.mutable_message() = no_answer("ExecuteCheck", outcome.code, "check result");
     }
     result_printer(std::cout, json, &p.doc(), {want_color()}).print(result, schema.kind);
     return outcome.code == 0 && result.success() ? exit_ok : exit_failed;
@@ -134,8 +138,7 @@ int notify_command(const global_options& global, const notify_options& options) 
     } else {
         response.set_notification_id(notification_id);
         *response.mutable_message() =
-            literal("ExecuteMetaScan answered " + std::to_string(outcome.code) + ": " +
-                    describe_result_code(outcome.code));
+            no_answer("ExecuteMetaScan", outcome.code, "notification response");
     }
     if (outcome.code != 0) response.set_success(false);
     result_printer(std::cout, options.json, &p.doc(), {want_color()})

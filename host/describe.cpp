@@ -15,6 +15,10 @@ std::string bold(const std::string& text, const table_style& style) {
     return style.color ? "\033[1m" + text + "\033[0m" : text;
 }
 
+std::string dim(const std::string& text, const table_style& style) {
+    return style.color && !text.empty() ? "\033[2m" + text + "\033[0m" : text;
+}
+
 std::string wrap(const std::string& text, const std::string& indent) {
     std::string out;
     std::string line = indent;
@@ -103,7 +107,7 @@ class writer {
             facts.push_back("used when " + def.depends_on + " = " + def.condition);
         out += wrap(join(facts, "; "), "      ");
         const std::string help = text(def, "help", def.help);
-        if (!help.empty()) out += wrap(help, "      ");
+        if (!help.empty()) out += dim(wrap(help, "      "), style_);
         return out;
     }
 
@@ -137,7 +141,8 @@ std::string describe_text(const description& doc, const std::string& language, i
                 sections.push_back(name);
         }
     };
-    out += "\n" + bold("Sensors", style) + "\n";
+    out += "\n";
+    out += bold("Sensors", style) + "\n";
     for (const auto& sensor : doc.sensors()) {
         out += "  " + bold(sensor.name, style) + "  " +
                doc.text(sensor.name + ".display", language, sensor.display) + "\n";
@@ -146,31 +151,34 @@ std::string describe_text(const description& doc, const std::string& language, i
         remember(sensor.sections);
     }
     if (doc.sensors().empty()) out += "  (none)\n";
-    out += "\n" + bold("Check", style) + "\n";
+    out += "\n";
+    out += bold("Check", style) + "\n";
     for (const auto& check : doc.checks()) {
         out += "  " + bold(check.name, style) + "  sections: " + join(check.sections) + "\n";
         remember(check.sections);
     }
     if (doc.checks().empty()) out += "  (none)\n";
-    out += "\n" + bold("Notification", style) + "\n  " + bold(notification_kind, style) +
-           "  tavo-probe notify; settings: connection.host, connection.port, connection.client_id "
-           "and the "
-           "credentials' user_credentials and tls groups\n";
+    out += "\n";
+    out += bold("Notification", style) + "\n  " + bold(notification_kind, style) +
+           "  tavo-probe notify; settings: connection.host, connection.port, "
+           "connection.client_id, and the user_credentials and tls groups of credentials\n";
 
     const auto common = common_settings();
-    out += "\n" + bold("Common settings of every sensor and the check", style) + "\n" +
-           w.settings(common);
+    out += "\n";
+    out += bold("Common settings of every sensor and the check", style) + "\n" + w.settings(common);
     for (const auto& name : sections) {
         const auto* section = doc.find_section(name);
         if (section == nullptr) continue;
-        out += "\n" + bold("Section " + name, style) + ": " +
+        out += "\n";
+        out += bold("Section " + name, style) + ": " +
                doc.text(name + ".display", language, section->display) + "\n";
         out += w.settings(section_settings(doc, name));
     }
     auto notification = notification_schema(doc, 0);
     notification.settings.resize(3);
     notification.settings[2].default_value = "tavo-probe-<process id>";
-    out += "\n" + bold("Notification connection", style) +
+    out += "\n";
+    out += bold("Notification connection", style) +
            " (host and credentials.connection_mqtt.port are " +
            "accepted for connection.host and connection.port)\n" +
            w.settings(notification.settings);

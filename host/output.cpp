@@ -50,8 +50,10 @@ std::string json_message(const std::optional<message_view>& message) {
     if (!message) return "null";
     std::string out = "{\"key\":" + json_quote(message->key) +
                       ",\"text\":" + json_quote(message->text) + ",\"args\":[";
-    for (std::size_t i = 0; i < message->args.size(); ++i)
-        out += (i ? "," : "") + json_quote(message->args[i]);
+    for (std::size_t i = 0; i < message->args.size(); ++i) {
+        if (i > 0) out += ',';
+        out += json_quote(message->args[i]);
+    }
     return out + "]}";
 }
 
@@ -271,8 +273,9 @@ std::string json_line(const wire::NotificationResponse& response) {
 }
 
 std::string table_block(const scan_view& scan, const std::string& clock, const table_style& style) {
-    std::string out = paint(clock, "2", style) + "  " +
-                      paint("#" + std::to_string(scan.sensor_id), "1", style) + " " + scan.display +
+    std::string id = "#";
+    id += std::to_string(scan.sensor_id);
+    std::string out = paint(clock, "2", style) + "  " + paint(id, "1", style) + " " + scan.display +
                       "  " +
                       status(status_name(scan.response_code), scan.response_code == 0,
                              scan.response_code == 1, style) +
