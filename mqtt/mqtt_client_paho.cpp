@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 
 #include "libstringutils/random_string_generator.h"
 #include "libtavohelper/module/service_container.h"
@@ -302,11 +301,25 @@ void mqtt_client_paho::leave_callback() {
 
 void mqtt_client_paho::handle_connect_success(int mqtt_version) {
     const bool first = first_attempt_pending_.exchange(false);
-    log(severity::notice,
-        "Connected to: " + server_uri_ + " - MQTT Version: " + std::to_string(mqtt_version));
+    try {
+        log(severity::notice,
+            "Connected to: " + server_uri_ + " - MQTT Version: " + std::to_string(mqtt_version));
+    } catch (...) {
+        if (first) first_attempt_.set_value();  // the constructor must not wait forever
+        throw;
+    }
     if (first) {
         first_attempt_.set_value();
     }
+}
+
+void mqtt_client_paho::handle_connected(std::string_view cause) {
+    {
+        std::lock_guard lock(reconnect_mutex_);
+        reconnect_wake_requested_ = true;
+    }
+    reconnect_wake_.notify_all();
+    log(severity::info, "Connection established: " + std::string(cause));
 }
 
 void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
@@ -317,7 +330,12 @@ void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
     }
     if (automatic_reconnect_) {
         // Made anyway: the sensor comes up and waits for the broker.
-        start_reconnect_thread();
+        try {
+            start_reconnect_thread();
+        } catch (...) {
+            first_attempt_.set_exception(std::current_exception());
+            return;
+        }
         first_attempt_.set_value();
     } else {
         first_attempt_.set_exception(exceptions::map_failure(code, text));
@@ -360,6 +378,10 @@ void mqtt_client_paho::do_reconnect() {
     std::size_t index = 0;
     try {
         while (automatic_reconnect_) {
+            {
+                std::lock_guard lock(reconnect_mutex_);
+                reconnect_wake_requested_ = false;
+            }
             if (const int rc = MQTTAsync_reconnect(handle_); rc != MQTTASYNC_SUCCESS) {
                 log(severity::notice, "MQTTAsync_reconnect failed with: " + std::to_string(rc));
             }
@@ -368,8 +390,11 @@ void mqtt_client_paho::do_reconnect() {
                 reconnect_.on_backoff(wait);
             }
             {
+                // A successful connect cuts the wait short, so subscriptions return at once.
                 std::unique_lock lock(reconnect_mutex_);
-                reconnect_wake_.wait_for(lock, wait, [this] { return !automatic_reconnect_; });
+                reconnect_wake_.wait_for(lock, wait, [this] {
+                    return !automatic_reconnect_ || reconnect_wake_requested_;
+                });
             }
             if (!automatic_reconnect_) {
                 break;  // destruction woke us: no re-subscription for a client about to go
@@ -752,7 +777,7 @@ void paho_callbacks::on_connection_lost(void* context, char* cause) noexcept {
 
 void paho_callbacks::on_connected(void* context, char* cause) noexcept {
     callback_scope(context).run("on_connected", [&](mqtt_client_paho& client) {
-        client.log(severity::info, "Connection established: " + text_or_empty(cause));
+        client.handle_connected(text_or_empty(cause));
     });
 }
 

@@ -93,6 +93,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
     void handle_connect_success(int mqtt_version);
     void handle_connect_failure(int code, std::string_view text);
     void handle_connection_lost(std::string_view cause);
+    void handle_connected(std::string_view cause);
     void on_message_arrived(const std::shared_ptr<const received_message>& message);
     void prune_expired(const std::vector<std::string>& filters);
 
@@ -132,6 +133,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::atomic<bool> stopping_{false};
     std::mutex reconnect_mutex_;  // with automatic_reconnect_, decides whether a thread may start
     std::condition_variable reconnect_wake_;
+    bool reconnect_wake_requested_ = false;          // guarded by reconnect_mutex_
     std::unique_ptr<std::thread> reconnect_thread_;  // guarded by reconnect_mutex_
 
     // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across

@@ -270,6 +270,27 @@ TEST(mqtt_client_paho, the_back_off_runs_through_its_table_and_stays_at_the_end)
     EXPECT_EQ(std::vector(waits.begin(), waits.begin() + 9), expected);
 }
 
+// Subscriptions come back as soon as a reconnect succeeds, not after the rest of the wait.
+TEST(mqtt_client_paho, a_successful_connect_ends_the_back_off_wait) {
+    std::mutex mutex;
+    std::vector<std::chrono::milliseconds> waits;
+    offline_client c({}, {{1h, 2h}, [&](std::chrono::milliseconds wait) {
+                              std::lock_guard lock(mutex);
+                              waits.push_back(wait);
+                          }});
+    const auto waits_seen = [&] {
+        std::lock_guard lock(mutex);
+        return waits.size();
+    };
+    ASSERT_TRUE(ts::eventually([&] { return waits_seen() == 1; }));
+    char cause[] = "automatic reconnect";
+    mqtt::paho_callbacks::on_connected(c.context(), cause);
+    ASSERT_TRUE(ts::eventually([&] { return waits_seen() == 2; }));
+    EXPECT_TRUE(c.log->has(severity::info, "Connection established: automatic reconnect"));
+    c.client.reset();
+    EXPECT_EQ(waits, (std::vector<std::chrono::milliseconds>{1h, 2h}));
+}
+
 TEST(mqtt_client_paho, loggers_are_added_with_a_threshold_and_removed) {
     offline_client c;
     auto notices = std::make_shared<client_log>();
