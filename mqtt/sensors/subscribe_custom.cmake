@@ -6,7 +6,7 @@ target_link_libraries(mqtt_sensors PUBLIC libjsonparser libparser libtimeutils)
 
 project_add_test(subscribe_custom_sensor_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/subscribe_custom_sensor_test.cpp
-  LIBS mqtt_sensors tavo_proto)
+  LIBS mqtt_sensors)
 
 if(TARGET test_support)
   mqtt_add_system_test(subscribe_custom_e2e_test ${CMAKE_CURRENT_LIST_DIR}/subscribe_custom_e2e_test.cpp)

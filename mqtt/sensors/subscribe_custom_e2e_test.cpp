@@ -71,7 +71,10 @@ const settings_map three_kinds = {
     {"c3_type", "delta_counter"},    {"c3_jsonpath", "$.energy"}, {"message_path", "$.state"}};
 
 TEST_F(subscribe_custom_e2e, evaluates_only_the_latest_of_two_messages_into_three_kinds) {
-    ASSERT_EQ(host_->create(sensor, block(three_kinds)), 0);
+    auto settings = three_kinds;
+    settings["c5"] = "enable";  // channel 4 stays disabled
+    settings["c5_jsonpath"] = "$.cycles";
+    ASSERT_EQ(host_->create(sensor, block(settings)), 0);
     publish(R"({"cycles": 1, "t": {"value": 1.5}, "energy": 10.7, "state": "first"})");
     publish(R"({"cycles": 2, "t": {"value": 71.25}, "energy": "20.9 kWh", "state": "second"})");
     const auto r = scan();
@@ -80,8 +83,10 @@ TEST_F(subscribe_custom_e2e, evaluates_only_the_latest_of_two_messages_into_thre
     EXPECT_EQ(value_of(r, 1), 2);
     EXPECT_EQ(value_of(r, 2), 71.25);
     EXPECT_EQ(value_of(r, 3), 20);
-    ASSERT_EQ(r.values(1).id(), 2);
-    EXPECT_EQ(r.values(1).value_case(), module_testing::wire::ChannelValue::kFloat);
+    std::vector<std::pair<int, int>> kinds;
+    for (const auto& d : r.definitions()) kinds.emplace_back(d.id(), d.kind());
+    EXPECT_EQ(kinds, (std::vector<std::pair<int, int>>{{1, 1}, {2, 3}, {3, 2}, {5, 3}}));
+    for (const auto& v : r.values()) EXPECT_EQ(v.has_integer(), v.id() == 1 || v.id() == 3);
 }
 
 TEST_F(subscribe_custom_e2e, names_every_failing_channel_in_one_error_and_survives_bad_payloads) {
@@ -115,6 +120,8 @@ TEST_F(subscribe_custom_e2e, retained_result_and_message_time_survive_a_module_r
     publish(R"({"cycles": 9, "t": {"value": 3.5}, "energy": 4, "state": "kept"})");
     const auto first = scan();
     ASSERT_EQ(first.response_code(), 0);
+    publish(R"({"cycles": 10, "t": {"value": 3.5}, "energy": -4, "state": "refused"})");
+    EXPECT_EQ(scan().response_code(), 3);  // persists nothing
     const auto stored = host_->persisted(sensor);
     ASSERT_EQ(stored.size(), 2u);
 
@@ -128,6 +135,35 @@ TEST_F(subscribe_custom_e2e, retained_result_and_message_time_survive_a_module_r
     EXPECT_EQ(r.message().text(), "kept");
     for (int channel : {1, 2, 3}) EXPECT_EQ(value_of(r, channel), value_of(first, channel));
     EXPECT_GE(value_of(r, 0), value_of(first, 0));
+}
+
+TEST_F(subscribe_custom_e2e, stored_data_stands_in_only_as_configured) {
+    const std::string result = "last_sensor_result", time = "time_of_last_message";
+    const settings_map retain = {{"retain_last_message", "retain"}},
+                       duration = {{"duration_since_last_message", "enable"}};
+    struct row {
+        settings_map settings, stored;
+        std::string error_key;
+        bool duration;
+    };
+    const std::vector<row> rows = {
+        {{}, {{result, "@@@="}, {time, "yesterday"}}, "", false},  // both off: neither is read
+        {retain, {{result, "@@@="}}, "libtavohelper.error.message_deserialization_failed", false},
+        {duration, {}, "", false},
+        {duration, {{time, "yesterday"}}, "libtimeutils.error.could_not_parse", false},
+        {duration, {{time, "2020-01-01T00:00:00.000000000+00:00"}}, "", true}};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        auto b = block(rows[i].settings);
+        b.mutable_persistent_data()->insert(rows[i].stored.begin(), rows[i].stored.end());
+        const int id = sensor + 1 + static_cast<int>(i);
+        ASSERT_EQ(host_->create(id, b), 0);
+        ASSERT_EQ(host_->scan(id), 0);
+        const auto r = host_->last_scan_result(id);
+        EXPECT_EQ(r.message().key(), rows[i].error_key) << i;
+        EXPECT_EQ(r.response_code(), rows[i].error_key.empty() ? 0 : 3) << i;
+        EXPECT_EQ(r.values_size(), rows[i].duration ? 1 : 0) << i;
+        EXPECT_EQ(value_of(r, 0) > 2e8, rows[i].duration) << i;  // seconds since 2020
+    }
 }
 
 }  // namespace

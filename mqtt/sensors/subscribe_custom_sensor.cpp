@@ -61,9 +61,9 @@ std::string format_float(double value) {
 
 // Reads through the compiled paths when the factory made the JSONPath parser, and through
 // the path texts otherwise; both give the same values and exceptions.
-class subscribe_custom_sensor::payload_reader {
+class custom_channel_evaluator::reader {
   public:
-    explicit payload_reader(const libparser::parser_interface& parser)
+    explicit reader(const libparser::parser_interface& parser)
         : parser_(parser),
           jsonpath_(dynamic_cast<const libjsonparser::jsonpath_parser*>(&parser)) {}
 
@@ -82,17 +82,110 @@ class subscribe_custom_sensor::payload_reader {
     const libjsonparser::jsonpath_parser* jsonpath_;
 };
 
+tavo::channels::dynamic_channel custom_channel_definition(
+    int number, const settings::custom_channel_settings& channel) {
+    return {number,
+            {.key = "channel.channel_" + std::to_string(number),
+             .name = channel.name,
+             .unit = channel.unit,
+             .kind = kind_of(channel.type),
+             .scale_factor = channel.scale_factor}};
+}
+
+// ---- evaluation ------------------------------------------------------------------------
+
+custom_channel_evaluator::custom_channel_evaluator(const channel_array& channels,
+                                                   const std::string& message_path) {
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        if (channels[i].active())
+            channels_[i].emplace(
+                channel{libjsonparser::compiled_jsonpath(channels[i].jsonpath), channels[i].type});
+    }
+    if (!message_path.empty()) message_path_.emplace(message_path);
+}
+
+std::string custom_channel_evaluator::evaluate(const libparser::parser_interface& payload,
+                                               sensor_scan_result& result,
+                                               liblog::log_interface& log, bool trace) const {
+    const reader queries(payload);
+    std::string errors;
+    read_message(queries, result, log, trace, errors);
+    for (int n = 1; n <= settings::custom_channel_count; ++n) {
+        if (channels_[n - 1]) read_channel(n, queries, result, log, trace, errors);
+    }
+    return errors;
+}
+
+void custom_channel_evaluator::read_message(const reader& payload, sensor_scan_result& result,
+                                            liblog::log_interface& log, bool trace,
+                                            std::string& errors) const {
+    if (!message_path_) return;
+    const std::string& path = message_path_->path();
+    if (trace) log.log(severity::debug, "Processing sensor message with json path: " + path);
+    try {
+        auto text = payload.text(*message_path_);
+        if (trace) log.log(severity::debug, "Found value: " + text);
+        result.set_response_message(libi18n::i18n_msg::literal(std::move(text)));
+    } catch (const libi18n::i18n_exception& e) {
+        log.log(severity::warning,
+                "Error while processing sensor message with json path: " + path + ": " + e.what());
+        errors += "Sensor Message: " + e.message().render_or_default() + " ";
+    }
+}
+
+void custom_channel_evaluator::read_channel(int number, const reader& payload,
+                                            sensor_scan_result& result, liblog::log_interface& log,
+                                            bool trace, std::string& errors) const {
+    const auto& [path, type] = *channels_[number - 1];
+    const auto failed = [&](const std::string& reason, const std::string& message) {
+        log.log(severity::warning, "Error while processing channel #" + std::to_string(number) +
+                                       " with json path: " + path.path() + ": " + reason);
+        errors += "Channel " + std::to_string(number) + ": " + message + " ";
+    };
+    if (trace)
+        log.log(severity::debug,
+                "Processing channel " + std::to_string(number) + " with json path: " + path.path());
+    try {
+        switch (type) {
+            case settings::channel_type::absolute_integer: {
+                const long value = payload.int64(path);
+                if (trace) log.log(severity::debug, "Found value: " + std::to_string(value));
+                result.set_value(number, value);
+                break;
+            }
+            case settings::channel_type::absolute_float: {
+                const double value = payload.floating(path);
+                if (trace) log.log(severity::debug, "Found value: " + format_float(value));
+                result.set_value(number, value);
+                break;
+            }
+            case settings::channel_type::delta_counter: {
+                const double value = payload.floating(path);
+                if (value < 0.0) {
+                    failed("Received negative value for counter channel.",
+                           messages::negative_values_not_supported_by_counter_channels()
+                               .default_text());
+                    return;
+                }
+                const long whole = to_counter_value(value);
+                if (trace) log.log(severity::debug, "Found value: " + std::to_string(whole));
+                result.set_value(number, whole);
+                break;
+            }
+        }
+    } catch (const libi18n::i18n_exception& e) {
+        failed(e.what(), e.message().render_or_default());
+    }
+}
+
+// ---- sensor ----------------------------------------------------------------------------
+
 subscribe_custom_sensor::subscribe_custom_sensor(
     int id, const tavo::settings::sensor_data_wrapper& data,
     std::shared_ptr<tavo::module::service_container> container)
-    : sensor_base(id, data, std::move(container), {"MQTT Subscribe Custom", module_version}) {
+    : sensor_base(id, data, std::move(container), {"MQTT Subscribe Custom", module_version}),
+      evaluator_(settings().channels, settings().message_path) {
     register_channels();
-    for (int n = 1; n <= settings::custom_channel_count; ++n) {
-        const auto& channel = settings().channels[n - 1];
-        if (channel.active()) channel_paths_[n - 1].emplace(channel.jsonpath);
-    }
-    if (!settings().message_path.empty()) message_path_.emplace(settings().message_path);
-
     sensor_log_ = this->container()->find_instance<tavo::module::sensor_log>();
     client_ =
         acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
@@ -135,13 +228,7 @@ void subscribe_custom_sensor::register_channels() {
     }
     for (int n = 1; n <= settings::custom_channel_count; ++n) {
         const auto& channel = settings().channels[n - 1];
-        if (!channel.active()) continue;
-        channels().register_definition({n,
-                                        {.key = "channel.channel_" + std::to_string(n),
-                                         .name = channel.name,
-                                         .unit = channel.unit,
-                                         .kind = kind_of(channel.type),
-                                         .scale_factor = channel.scale_factor}});
+        if (channel.active()) channels().register_definition(custom_channel_definition(n, channel));
     }
 }
 
@@ -162,14 +249,8 @@ sensor_scan_result subscribe_custom_sensor::evaluate(const received_message& mes
     if (payload.empty()) throw exceptions::payload_empty(messages::payload_empty());
     const auto parser =
         container()->create<libparser::parser_interface, std::string>(std::move(payload));
-    const payload_reader reader(*parser);
-
     auto result = make_result();
-    std::string errors;
-    read_message(reader, result, errors);
-    for (int n = 1; n <= settings::custom_channel_count; ++n) {
-        if (channel_paths_[n - 1]) read_channel(n, reader, result, errors);
-    }
+    const auto errors = evaluator_.evaluate(*parser, result, *logger(), tracing());
     if (!errors.empty()) {
         auto failed = make_result();
         failed.set_response_code(tavo::responses::scan_response_codes::error);
@@ -178,66 +259,6 @@ sensor_scan_result subscribe_custom_sensor::evaluate(const received_message& mes
     }
     persist_result(result, message.arrival_time);
     return result;
-}
-
-void subscribe_custom_sensor::read_message(const payload_reader& payload,
-                                           sensor_scan_result& result, std::string& errors) {
-    if (!message_path_) return;
-    const std::string& path = message_path_->path();
-    if (tracing()) log("Processing sensor message with json path: " + path);
-    try {
-        auto text = payload.text(*message_path_);
-        if (tracing()) log("Found value: " + text);
-        result.set_response_message(libi18n::i18n_msg::literal(std::move(text)));
-    } catch (const libi18n::i18n_exception& e) {
-        log(severity::warning,
-            "Error while processing sensor message with json path: " + path + ": " + e.what());
-        errors += "Sensor Message: " + e.message().render_or_default() + " ";
-    }
-}
-
-void subscribe_custom_sensor::read_channel(int number, const payload_reader& payload,
-                                           sensor_scan_result& result, std::string& errors) {
-    const auto& path = *channel_paths_[number - 1];
-    const auto failed = [&](const std::string& reason, const std::string& message) {
-        log(severity::warning, "Error while processing channel #" + std::to_string(number) +
-                                   " with json path: " + path.path() + ": " + reason);
-        errors += "Channel " + std::to_string(number) + ": " + message + " ";
-    };
-    const bool trace = tracing();
-    if (trace)
-        log("Processing channel " + std::to_string(number) + " with json path: " + path.path());
-    try {
-        switch (settings().channels[number - 1].type) {
-            case settings::channel_type::absolute_integer: {
-                const long value = payload.int64(path);
-                if (trace) log("Found value: " + std::to_string(value));
-                result.set_value(number, value);
-                break;
-            }
-            case settings::channel_type::absolute_float: {
-                const double value = payload.floating(path);
-                if (trace) log("Found value: " + format_float(value));
-                result.set_value(number, value);
-                break;
-            }
-            case settings::channel_type::delta_counter: {
-                const double value = payload.floating(path);
-                if (value < 0.0) {
-                    failed("Received negative value for counter channel.",
-                           messages::negative_values_not_supported_by_counter_channels()
-                               .default_text());
-                    return;
-                }
-                const long whole = to_counter_value(value);
-                if (trace) log("Found value: " + std::to_string(whole));
-                result.set_value(number, whole);
-                break;
-            }
-        }
-    } catch (const libi18n::i18n_exception& e) {
-        failed(e.what(), e.message().render_or_default());
-    }
 }
 
 // ---- persistence -----------------------------------------------------------------------

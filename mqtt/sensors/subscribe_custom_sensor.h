@@ -20,6 +20,46 @@ namespace corvanis::monitoring_modules::mqtt::sensors {
 inline constexpr const char* last_sensor_result_key = "last_sensor_result";
 inline constexpr const char* time_of_last_message_key = "time_of_last_message";
 
+// The definition of custom channel `number` (1 to 10): key "channel.channel_<number>", the
+// user's name, unit and scale factor, and the kind its type stands for.
+libtavohelper::channels::dynamic_channel custom_channel_definition(
+    int number, const settings::custom_channel_settings& channel);
+
+// The queries of one sensor: its sensor message and its active channels, with the paths
+// compiled once. Immutable, so scans may share it.
+class custom_channel_evaluator {
+  public:
+    using channel_array =
+        std::array<settings::custom_channel_settings, settings::custom_channel_count>;
+
+    custom_channel_evaluator(const channel_array& channels, const std::string& message_path);
+
+    // Sets the sensor message and the values found in `payload` on `result` (whose channel
+    // map must define the active channels) and returns one entry per failed query ("Sensor
+    // Message: ... ", "Channel N: ... "), empty when none failed. Debug lines go to `log`
+    // only when `trace` is set. Exceptions that are not localisable pass through.
+    std::string evaluate(const libparser::parser_interface& payload,
+                         libtavohelper::responses::sensor_scan_result& result,
+                         liblog::log_interface& log, bool trace) const;
+
+  private:
+    class reader;
+    struct channel {
+        libjsonparser::compiled_jsonpath path;
+        settings::channel_type type;
+    };
+
+    void read_message(const reader& payload, libtavohelper::responses::sensor_scan_result& result,
+                      liblog::log_interface& log, bool trace, std::string& errors) const;
+    void read_channel(int number, const reader& payload,
+                      libtavohelper::responses::sensor_scan_result& result,
+                      liblog::log_interface& log, bool trace, std::string& errors) const;
+
+    // Queries with compiled paths give what the same queries with the path texts give.
+    std::array<std::optional<channel>, settings::custom_channel_count> channels_;  // active ones
+    std::optional<libjsonparser::compiled_jsonpath> message_path_;
+};
+
 // Subscribes to a topic filter and turns the latest message's JSON payload into up to ten
 // channels (ids 1 to 10), a sensor message and the seconds since that message (id 0).
 // The last good result and the message's receipt time go to the host's persistent data,
@@ -49,29 +89,18 @@ class subscribe_custom_sensor
         std::shared_ptr<const received_message> message;  // guarded by mutex
     };
 
-    class payload_reader;
-
     // Whether debug lines reach the host; saves building the ones that would not.
     bool tracing() const;
 
     void register_channels();
     libtavohelper::responses::sensor_scan_result evaluate(const received_message& message);
-    // Appends one entry per failed query to `errors`.
-    void read_message(const payload_reader& payload,
-                      libtavohelper::responses::sensor_scan_result& result, std::string& errors);
-    void read_channel(int number, const payload_reader& payload,
-                      libtavohelper::responses::sensor_scan_result& result, std::string& errors);
     void persist_result(libtavohelper::responses::sensor_scan_result& result,
                         std::chrono::system_clock::time_point received);
     libtavohelper::responses::sensor_scan_result restore();
     bool restore_last_result(libtavohelper::responses::sensor_scan_result& result);
     bool restore_time_since_last_message(libtavohelper::responses::sensor_scan_result& result);
 
-    // Compiled once; queries with them give what the same queries with the path texts give.
-    std::array<std::optional<libjsonparser::compiled_jsonpath>, settings::custom_channel_count>
-        channel_paths_;  // set for active channels only
-    std::optional<libjsonparser::compiled_jsonpath> message_path_;
-
+    const custom_channel_evaluator evaluator_;
     std::shared_ptr<libtavohelper::module::sensor_log> sensor_log_;  // empty without a host log
     std::shared_ptr<message_slot> slot_ = std::make_shared<message_slot>();
     std::shared_ptr<mqtt_client_interface> client_;
