@@ -124,8 +124,16 @@ bool local_broker::start(const std::filesystem::path& program) {
     std::string flag = "-c";
     std::string config_text = config.string();
     std::vector<char*> argv = {program_text.data(), flag.data(), config_text.data(), nullptr};
+    // Its own complaints (running as root, a port in use) go to the directory, not the screen.
+    const std::string output = (directory_ / "mosquitto.out").string();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                     0600);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
     const int spawned =
-        posix_spawn(&pid_, program_text.c_str(), nullptr, &attributes, argv.data(), environ);
+        posix_spawn(&pid_, program_text.c_str(), &actions, &attributes, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     if (spawned != 0) {
         pid_ = -1;

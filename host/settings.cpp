@@ -205,7 +205,10 @@ settings_map resolve_settings(const settings_schema& schema,
                               const std::vector<settings_layer>& layers) {
     settings_map values;
     for (const auto& def : schema.settings) {
-        if (def.default_value) values[def.key] = *def.default_value;
+        // A text field left alone in a form is sent empty.
+        if (def.default_value || def.kind == setting_kind::text) {
+            values[def.key] = def.default_value.value_or("");
+        }
     }
     for (const auto& layer : layers) {
         for (const auto& [given, value] : layer.values) {
@@ -228,14 +231,12 @@ settings_map resolve_settings(const settings_schema& schema,
 void validate_settings(const settings_schema& schema, const settings_map& values) {
     for (const auto& def : schema.settings) {
         const auto it = values.find(def.key);
-        if (it == values.end()) {
-            if (def.required && shown(schema, def, values)) {
-                throw host_error("setting \"" + def.key + "\" (" + def.display +
-                                 ") is required for " + schema.kind + ": --set " + def.key +
-                                 "=VALUE");
-            }
-            continue;
+        const bool empty = it == values.end() || it->second.empty();
+        if (empty && def.required && shown(schema, def, values)) {
+            throw host_error("setting \"" + def.key + "\" (" + def.display + ") is required for " +
+                             schema.kind + ": --set " + def.key + "=VALUE");
         }
+        if (it == values.end() || (empty && def.kind == setting_kind::text)) continue;
         const std::string& value = it->second;
         const std::string where = "setting \"" + def.key + "\" = \"" + value + "\": ";
         switch (def.kind) {

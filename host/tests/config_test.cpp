@@ -52,12 +52,6 @@ check:
     EXPECT_EQ(config.check_settings, (std::vector<setting_pair>{{"timeout", "3"}}));
 }
 
-TEST(config_test, an_empty_file_is_an_empty_configuration) {
-    const auto config = parse_config("", "empty.yaml");
-    EXPECT_TRUE(config.defaults.empty());
-    EXPECT_TRUE(config.sensors.empty());
-}
-
 TEST(config_test, faults_are_reported_with_file_and_line) {
     const struct {
         const char* yaml;

@@ -35,7 +35,6 @@ TEST(module_test, settings_are_checked_against_the_module_before_anything_is_cre
          "above the maximum 65535"},
         {{"scan", "roundtrip_sensor", "--set", "port=1"},
          "did you mean \"credentials.connection_mqtt.port\""},
-        {{"check", "--set", "credentials.tls.active=maybe"}, "must be one of no, yes"},
         {{"notify", "--target", "t", "--message", "m", "--set", "connection.port=-1"},
          "below the minimum 0"},
     };

@@ -39,7 +39,7 @@ TEST_F(settings_test, later_layers_override_defaults_in_order) {
     EXPECT_EQ(values.at("timeout"), "10");                    // the host's own default
     EXPECT_EQ(values.at("counting.counter.step"), "1");       // the document's default
     EXPECT_EQ(values.count("topic.subscription.filter"), 0);  // a shared default of another kind
-    EXPECT_EQ(values.count("access.login.password"), 0);      // no default, none given
+    EXPECT_EQ(values.at("access.login.password"), "");        // a text without default goes empty
 }
 
 TEST_F(settings_test, unknown_keys_name_the_key_its_origin_and_a_likely_meaning) {
@@ -112,10 +112,14 @@ TEST_F(settings_test, a_required_setting_is_demanded_only_while_it_is_shown) {
               }).find("\"access.login.password\""),
               std::string::npos);
     const auto topic = sensor_schema(doc, "topic_sensor");
-    EXPECT_NE(error_of([&] {
-                  validate_settings(topic, resolve_settings(topic, {}));
-              }).find("--set topic.subscription.filter=VALUE"),
-              std::string::npos);
+    for (const auto& given :
+         std::vector<setting_pair>{{"host", "h"}, {"topic.subscription.filter", ""}}) {
+        const auto values = resolve_settings(topic, {{"--set", {given}, false}});
+        EXPECT_NE(error_of([&] {
+                      validate_settings(topic, values);
+                  }).find("--set topic.subscription.filter=VALUE"),
+                  std::string::npos);
+    }
 }
 
 TEST_F(settings_test, secrets_travel_in_the_secure_settings_only) {

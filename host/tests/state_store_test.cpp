@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "host/errors.h"
 #include "host/tests/probe_process.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -27,15 +26,6 @@ TEST(state_store_test, data_survives_reopening_and_belongs_to_one_kind) {
     EXPECT_TRUE(store.load(2, "counter_sensor").empty());
     EXPECT_TRUE(store.load(1, "topic_sensor").empty());
     EXPECT_TRUE(store.load(1, "counter_sensor").empty());
-}
-
-TEST(state_store_test, an_unusable_path_is_a_setup_error) {
-    try {
-        state_store store("/nonexistent/dir/state.db");
-        ADD_FAILURE();
-    } catch (const host_error& e) {
-        EXPECT_EQ(e.code(), exit_setup_failed);
-    }
 }
 
 }  // namespace

@@ -110,7 +110,8 @@ sensors:
     const auto again = probe_test::run({"scan", "subscribe_custom_sensor", "--id", "4", "--config",
                                         config, "--state", state, "--json"});
     ASSERT_EQ(again.exit_code, 0) << again.err << again.out;
-    const auto* temperature = channel(results(again).at(0), "Temperature");
+    const auto first = results(again).at(0);
+    const auto* temperature = channel(first, "Temperature");
     ASSERT_NE(temperature, nullptr) << again.out;
     EXPECT_EQ((*temperature)["value"].as<double>(), 21.5);
 }
