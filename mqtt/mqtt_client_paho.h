@@ -29,7 +29,8 @@ namespace corvanis::monitoring_modules::mqtt {
 struct paho_request_state;  // one request's completion, defined with the client
 
 struct reconnect_options {
-    // Waits between reconnect attempts; the last one repeats.
+    // Waits between reconnect attempts; the last one repeats. A successful connect ends a
+    // wait early.
     std::vector<std::chrono::milliseconds> backoff = {
         std::chrono::seconds(1),  std::chrono::seconds(2),  std::chrono::seconds(5),
         std::chrono::seconds(10), std::chrono::seconds(30), std::chrono::seconds(60)};
@@ -47,7 +48,8 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // automatic_reconnect is off, throws the mapped client_failure; with automatic_reconnect
     // the client is made anyway and keeps retrying on a thread of its own. The container
     // provides the logger service and, for a client id suffix, the random string generator
-    // (a missing factory throws the container's service_container_error).
+    // (a missing factory throws the container's service_container_error). Throws
+    // std::system_error when the TLS material cannot be stored.
     mqtt_client_paho(mqtt_client_settings settings,
                      std::weak_ptr<libtavohelper::module::service_container> container,
                      reconnect_options reconnect = {});
