@@ -48,7 +48,7 @@ std::vector<setting_def> common_settings() {
                 0),
         integer(common("interval", "Scanning Interval (s)", "Seconds between two scans.", "60",
                        setting_kind::integer),
-                1),
+                1, 31'536'000),
         common("logging", "Logging", "Whether the sensor writes its own log.", "disabled",
                setting_kind::selection, {{"disabled", "Disabled"}, {"enabled", "Enabled"}}),
         common("ipversion", "IP Version", "IP version used to reach the broker.", "IPv4",

@@ -89,8 +89,10 @@ class child {
 
     outcome finish(std::chrono::seconds limit = std::chrono::seconds(60)) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
+        bool killed = false;
         while (pump(200)) {
-            if (std::chrono::steady_clock::now() > deadline) {
+            if (!killed && std::chrono::steady_clock::now() > deadline) {
+                killed = true;
                 kill(pid_, SIGKILL);
                 result_.err += "\n[killed: still running after the test's limit]";
             }
