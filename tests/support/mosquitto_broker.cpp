@@ -58,7 +58,7 @@ mosquitto_broker::~mosquitto_broker() {
 void mosquitto_broker::start() {
     if (running()) return;
     pid_ = spawn({"mosquitto", "-c", (dir_.path() / "mosquitto.conf").string()},
-                 dir_.path() / "mosquitto.out");
+                 dir_.path() / "mosquitto.out", true);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!port_accepts(port_)) {
         const bool exited = ::waitpid(pid_, nullptr, WNOHANG) == pid_;

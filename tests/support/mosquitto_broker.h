@@ -26,7 +26,8 @@ struct broker_options {
 bool mosquitto_available();
 
 // A mosquitto broker on 127.0.0.1 at a free port, for system tests. The constructor starts it
-// and returns once it accepts connections; the destructor stops it. Its files (configuration,
+// and returns once it accepts connections; the destructor stops it, and so does the end of the
+// thread that started it (a test killed by a timeout leaves no broker). Its files (configuration,
 // password file, log) live in a temporary directory of its own. Throws std::runtime_error when
 // it does not come up within five seconds.
 class mosquitto_broker {

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,7 +50,7 @@ std::string find_program(const std::string& name) {
     return {};
 }
 
-pid_t spawn(const std::vector<std::string>& argv, const fs::path& output) {
+pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool die_with_parent) {
     const std::string program = find_program(argv.at(0));
     if (program.empty()) {
         throw std::runtime_error(argv[0] + " not found");
@@ -57,6 +58,27 @@ pid_t spawn(const std::vector<std::string>& argv, const fs::path& output) {
     std::vector<char*> args;
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
+    if (die_with_parent) {
+        // Everything the child needs is prepared: between fork and exec it only makes calls
+        // that are safe in a copy of a multi-threaded process.
+        const pid_t parent = ::getpid();
+        const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        const int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const pid_t pid = out < 0 || in < 0 ? -1 : ::fork();
+        if (pid == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (::getppid() != parent) ::_exit(127);
+            ::dup2(in, STDIN_FILENO);
+            ::dup2(out, STDOUT_FILENO);
+            ::dup2(out, STDERR_FILENO);
+            ::execve(program.c_str(), args.data(), environ);
+            ::_exit(127);
+        }
+        if (out >= 0) ::close(out);
+        if (in >= 0) ::close(in);
+        if (pid < 0) throw std::runtime_error("cannot start " + program);
+        return pid;
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);

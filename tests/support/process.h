@@ -29,8 +29,11 @@ class temp_dir {
 std::string find_program(const std::string& name);
 
 // Starts argv[0] (looked up with find_program) with stdout and stderr appended to output.
-// Throws std::runtime_error when it cannot be started.
-pid_t spawn(const std::vector<std::string>& argv, const std::filesystem::path& output);
+// With die_with_parent the process gets SIGTERM when the thread that started it ends, so a
+// test killed by a timeout leaves nothing running. Throws std::runtime_error when it cannot
+// be started.
+pid_t spawn(const std::vector<std::string>& argv, const std::filesystem::path& output,
+            bool die_with_parent = false);
 
 // Runs to completion; throws std::runtime_error with the output when the exit status is not 0.
 void run(const std::vector<std::string>& argv, const std::filesystem::path& output);
