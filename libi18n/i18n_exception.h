@@ -8,20 +8,20 @@ namespace corvanis::monitoring_modules::libi18n {
 // Root of every failure the host can see: what() is the English text, message()
 // keeps key and arguments so the host can translate.
 class i18n_exception : public libexception::exception {
-public:
+  public:
     explicit i18n_exception(i18n_msg message)
         : libexception::exception(message.render_or_default()), message_(std::move(message)) {}
 
     const i18n_msg& message() const noexcept { return message_; }
 
-private:
+  private:
     i18n_msg message_;
 };
 
 // Template for localisable families: leaf classes derive from _i18n_exception<Family>.
 template <class T>
 class _i18n_exception : public T {
-public:
+  public:
     using T::T;
 };
 

@@ -10,7 +10,7 @@ namespace corvanis::monitoring_modules::libi18n {
 // default text with "%N:s" placeholders, and the argument strings.
 // A message with an empty key is literal text: it is never formatted.
 class i18n_msg {
-public:
+  public:
     i18n_msg() = default;
     i18n_msg(std::string key, std::string default_text)
         : key_(std::move(key)), default_text_(std::move(default_text)) {}
@@ -42,17 +42,17 @@ public:
 
     bool operator==(const i18n_msg&) const = default;
 
-private:
+  private:
     std::string key_;
     std::string default_text_;
     std::vector<std::string> args_;
 };
 
 // Defines `name()` returning a process-wide message definition built on first use.
-#define LIBI18N_MESSAGE(name, key, text)                                        \
-    inline const ::corvanis::monitoring_modules::libi18n::i18n_msg& name() {    \
+#define LIBI18N_MESSAGE(name, key, text)                                             \
+    inline const ::corvanis::monitoring_modules::libi18n::i18n_msg& name() {         \
         static const ::corvanis::monitoring_modules::libi18n::i18n_msg m{key, text}; \
-        return m;                                                               \
+        return m;                                                                    \
     }
 
 namespace messages {

@@ -16,11 +16,13 @@ enum class severity : int {
     debug = 7,
 };
 
-constexpr int to_int(severity s) noexcept { return static_cast<int>(s); }
+constexpr int to_int(severity s) noexcept {
+    return static_cast<int>(s);
+}
 
 // Implementations must be callable from any thread.
 class log_interface {
-public:
+  public:
     virtual ~log_interface() = default;
     virtual void log(severity level, const std::string& text) = 0;
 };

@@ -13,19 +13,19 @@ using log_lines = std::deque<std::pair<severity, std::string>>;
 
 // Keeps every line in arrival order until cleared.
 class memory_logger : public log_interface {
-public:
+  public:
     void log(severity level, const std::string& text) override;
     log_lines lines() const;
     void clear();
 
-private:
+  private:
     mutable std::mutex mutex_;
     log_lines lines_;  // guarded by mutex_
 };
 
 // Drops everything.
 class null_logger : public log_interface {
-public:
+  public:
     void log(severity, const std::string&) override {}
 };
 

@@ -15,14 +15,14 @@ namespace corvanis::monitoring_modules::liblog {
 // are pruned by the next log call. A target must never log back into this logger:
 // targets are called with the mutex held.
 class multiplex_logger : public log_interface {
-public:
+  public:
     // Adding a target again replaces its threshold. Empty pointers are ignored.
     void add(const std::shared_ptr<log_interface>& target, int threshold = to_int(severity::debug));
     void remove(const std::shared_ptr<log_interface>& target);
     void log(severity level, const std::string& text) override;
     std::size_t size() const;
 
-private:
+  private:
     struct entry {
         std::weak_ptr<log_interface> target;
         int threshold;

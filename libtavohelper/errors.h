@@ -17,7 +17,8 @@ TAVO_MSG(already_contains_instance_key,
          "The instance store already contains an instance with type %0:s and key %1:s.")
 TAVO_MSG(instance_not_available_key,
          "The instance store can't find an instance with type %0:s and key %1:s.")
-TAVO_MSG(already_contains_instance, "The instance store already contains an instance with type %0:s.")
+TAVO_MSG(already_contains_instance,
+         "The instance store already contains an instance with type %0:s.")
 TAVO_MSG(instance_not_available, "The instance store can't find an instance with type %0:s.")
 TAVO_MSG(initialization, "Initialization error. %0:s")
 TAVO_MSG(channel_map_not_initialized, "Channel map is not initialized.")
@@ -37,15 +38,17 @@ TAVO_MSG(string_too_long,
 TAVO_MSG(message_exception, "A message error occurred. %0:s")
 TAVO_MSG(message_serialization_failed, "Could not serialize message to buffer.")
 TAVO_MSG(message_deserialization_failed, "Could not deserialize message type %0:s of size %1:s.")
-TAVO_MSG(message_too_long,
-         "The Message with size %0:s bytes is larger than the maximum allowed length of %1:s bytes.")
+TAVO_MSG(
+    message_too_long,
+    "The Message with size %0:s bytes is larger than the maximum allowed length of %1:s bytes.")
 TAVO_MSG(create_protobuf_from_json_failed, "Failed to create protobuf message from JSON: %0:s")
 TAVO_MSG(lookup_name_not_defined,
          "The following lookup name is not defined: %0:s. Valid lookup names are: %1:s")
 TAVO_MSG(invalid_lookup_value,
          "The following lookup value is invalid: %0:s. Valid lookup values are: %1:s")
-TAVO_MSG(invalid_reverse_lookup_value,
-         "The following reverse lookup value is invalid: %0:s. Valid reverse lookup values are: %1:s")
+TAVO_MSG(
+    invalid_reverse_lookup_value,
+    "The following reverse lookup value is invalid: %0:s. Valid reverse lookup values are: %1:s")
 #undef TAVO_MSG
 
 // Every definition above, for catalogue checks.
@@ -54,36 +57,36 @@ std::vector<const libi18n::i18n_msg*> all();
 
 namespace utils::exceptions {
 class exception : public libi18n::_i18n_exception<libi18n::i18n_exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class initialization_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class service_container_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class sensor_registry_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class setting_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class setting_selection_parse_error : public libi18n::_i18n_exception<setting_error> {
-public:
+  public:
     setting_selection_parse_error(const std::string& value, const std::string& type_name)
         : _i18n_exception(messages::setting_selection_parse_error()(value, type_name)) {}
 };
 class channel_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 class message_error : public libi18n::_i18n_exception<exception> {
-public:
+  public:
     using _i18n_exception::_i18n_exception;
 };
 }  // namespace utils::exceptions

@@ -52,7 +52,9 @@ int forward(const char* name, F&& call) noexcept {
 
 extern "C" {
 
-int GetApiLevel(void) { return 6; }
+int GetApiLevel(void) {
+    return 6;
+}
 
 int InitializeModule(uint64_t host_context, mqtt_module_callback callback) {
     return guarded("InitializeModule", result_failure, [&] {
@@ -114,7 +116,8 @@ int ExecuteSensorScan(int sensor_id) {
 }
 
 int DestroySensorInstance(int sensor_id) {
-    return forward("DestroySensorInstance", [&] { return adapter->destroy_sensor_instance(sensor_id); });
+    return forward("DestroySensorInstance",
+                   [&] { return adapter->destroy_sensor_instance(sensor_id); });
 }
 
 int ExecuteMetaScan(int sensor_id, uint32_t selector, const void* data, uint32_t size) {

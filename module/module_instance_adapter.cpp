@@ -17,8 +17,9 @@ constexpr int trace = liblog::to_int(liblog::severity::debug);
 
 // Writes the begin line now and the end line only if the call returns normally.
 class traced {
-public:
-    traced(const module_instance_adapter& adapter, const char* name) : adapter_(adapter), name_(name) {
+  public:
+    traced(const module_instance_adapter& adapter, const char* name)
+        : adapter_(adapter), name_(name) {
         adapter_.log(trace, std::string("### Begin ") + name_ + " ###");
     }
     template <class R>
@@ -28,14 +29,15 @@ public:
     }
     void done() { adapter_.log(trace, std::string("### End ") + name_ + " ###"); }
 
-private:
+  private:
     const module_instance_adapter& adapter_;
     const char* name_;
 };
 
 }  // namespace
 
-module_instance_adapter::module_instance_adapter(std::unique_ptr<tavo::module::module_instance> module)
+module_instance_adapter::module_instance_adapter(
+    std::unique_ptr<tavo::module::module_instance> module)
     : module_(std::move(module)) {
     if (!module_) {
         throw std::invalid_argument("module_instance_adapter: module_instance must not be null");
@@ -55,15 +57,16 @@ void module_instance_adapter::get_module_information(bool load_languages) {
     log(trace, std::string("Do loadLanguages: ") + (load_languages ? "Yes" : "No"));
     const tavo::messaging::module_information_message message(module_->get_module_information(),
                                                               load_languages);
-    module_->container()->get_or_create<tavo::messaging::message_service_interface>()->send(message);
+    module_->container()->get_or_create<tavo::messaging::message_service_interface>()->send(
+        message);
     t.done();
 }
 
 std::vector<char> module_instance_adapter::get_module_information_as_bytes(bool load_languages) {
     traced t(*this, "get_module_information_as_bytes");
-    return t.done(
-        tavo::messaging::module_information_message(module_->get_module_information(), load_languages)
-            .serialize());
+    return t.done(tavo::messaging::module_information_message(module_->get_module_information(),
+                                                              load_languages)
+                      .serialize());
 }
 
 int module_instance_adapter::create_sensor_instance(int id, const void* data, std::uint32_t size) {

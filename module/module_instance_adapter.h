@@ -13,9 +13,10 @@ namespace corvanis::monitoring_modules::mqtt {
 // lines around each call and hands the work to the dispatcher or the message
 // service. Exceptions pass through to the export; the end line is then not written.
 class module_instance_adapter {
-public:
+  public:
     // Throws std::invalid_argument for an empty module; registers the two logs.
-    explicit module_instance_adapter(std::unique_ptr<libtavohelper::module::module_instance> module);
+    explicit module_instance_adapter(
+        std::unique_ptr<libtavohelper::module::module_instance> module);
 
     void get_module_information(bool load_languages);
     std::vector<char> get_module_information_as_bytes(bool load_languages);
@@ -28,7 +29,7 @@ public:
     // The module's logging routine: the runtime log, if there is one.
     void log(int severity, const std::string& text) const;
 
-private:
+  private:
     std::unique_ptr<libtavohelper::module::module_instance> module_;
 };
 

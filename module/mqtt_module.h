@@ -36,7 +36,8 @@ MQTT_MODULE_API int GetModuleInformationSync(void* buffer, uint32_t* size, bool 
 MQTT_MODULE_API int CreateSensorInstance(int sensor_id, const void* data, uint32_t size);
 MQTT_MODULE_API int ExecuteSensorScan(int sensor_id);
 MQTT_MODULE_API int DestroySensorInstance(int sensor_id);
-MQTT_MODULE_API int ExecuteMetaScan(int sensor_id, uint32_t selector, const void* data, uint32_t size);
+MQTT_MODULE_API int ExecuteMetaScan(int sensor_id, uint32_t selector, const void* data,
+                                    uint32_t size);
 MQTT_MODULE_API int ExecuteCheck(int check_id, const void* data, uint32_t size);
 
 #ifdef __cplusplus

@@ -9,7 +9,7 @@ inline constexpr const char* module_version = "1.16.0.20981";
 // The module object: registers the factories, sensor kinds, the check and the
 // notification service that the module offers.
 class TavoModuleMQTT : public libtavohelper::module::module_instance {
-public:
+  public:
     TavoModuleMQTT(std::uint64_t host_context, libtavohelper::module::host_callback callback);
     ~TavoModuleMQTT() override;
     // A copy of the description document built when the library was loaded.

@@ -26,13 +26,13 @@ struct dynamic_channel_options {
 };
 
 class dynamic_channel {
-public:
+  public:
     dynamic_channel(int id, dynamic_channel_options options)
         : id_(id), options_(std::move(options)) {}
     int id() const noexcept { return id_; }
     const dynamic_channel_options& options() const noexcept { return options_; }
 
-private:
+  private:
     int id_;
     dynamic_channel_options options_;
 };

@@ -5,7 +5,7 @@
 namespace corvanis::monitoring_modules::libtavohelper::checks {
 
 class check_interface {
-public:
+  public:
     virtual ~check_interface() = default;
     virtual int get_id() const = 0;
     virtual void log(const std::string& text) = 0;
@@ -17,14 +17,16 @@ public:
 // Base of every check; Settings is constructed from the settings block and may throw.
 template <class Settings>
 class check_base : public check_interface {
-public:
+  public:
     ~check_base() override { log("################### Cleaning Up  ####################"); }
 
     int get_id() const override { return id_; }
     void log(const std::string& text) override { log(liblog::severity::debug, text); }
-    void log(liblog::severity level, const std::string& text) override { logger_->log(level, text); }
+    void log(liblog::severity level, const std::string& text) override {
+        logger_->log(level, text);
+    }
 
-protected:
+  protected:
     check_base(int id, const settings::sensor_data_wrapper& data,
                std::shared_ptr<module::service_container> container, const sensors::identity& who)
         : id_(id),
@@ -37,7 +39,7 @@ protected:
     const std::shared_ptr<module::service_container>& container() const { return container_; }
     const std::shared_ptr<liblog::log_interface>& logger() const { return logger_; }
 
-private:
+  private:
     void announce(const sensors::identity& who) {
         log("#################### Initializing ####################");
         log(who.display_name + " version is: " + who.version + "\n");

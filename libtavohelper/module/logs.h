@@ -13,10 +13,11 @@ class service_container;
 // Forwards lines up to a severity threshold to the host as log messages. Never
 // throws: a line that cannot be sent is dropped.
 class host_log : public liblog::log_interface {
-public:
+  public:
     static constexpr int default_threshold = liblog::to_int(liblog::severity::warning);
 
-    host_log(messaging::log_source source, std::shared_ptr<messaging::message_service_interface> out)
+    host_log(messaging::log_source source,
+             std::shared_ptr<messaging::message_service_interface> out)
         : source_(source), out_(std::move(out)) {}
 
     void log(liblog::severity level, const std::string& text) override { log_for(0, level, text); }
@@ -27,7 +28,7 @@ public:
     void set_threshold(int threshold) noexcept { threshold_.store(threshold); }
     int threshold() const noexcept { return threshold_.load(); }
 
-private:
+  private:
     messaging::log_source source_;
     std::shared_ptr<messaging::message_service_interface> out_;
     std::atomic<int> threshold_{default_threshold};
@@ -36,7 +37,7 @@ private:
 // The log every sensor and check writes to (the runtime log is the container's
 // liblog::log_interface instance).
 class sensor_log : public host_log {
-public:
+  public:
     explicit sensor_log(std::shared_ptr<messaging::message_service_interface> out)
         : host_log(messaging::log_source::sensor, std::move(out)) {}
 };
@@ -44,14 +45,14 @@ public:
 // One sensor's own logger: tags its lines with the sensor id. Sensors hand it to
 // the clients they use, which hold it weakly, so it leaves their fan-out with the sensor.
 class sensor_logger : public liblog::log_interface {
-public:
+  public:
     sensor_logger(int sensor_id, std::shared_ptr<sensor_log> sink)
         : sensor_id_(sensor_id), sink_(std::move(sink)) {}
     void log(liblog::severity level, const std::string& text) override {
         if (sink_) sink_->log_for(sensor_id_, level, text);
     }
 
-private:
+  private:
     int sensor_id_;
     std::shared_ptr<sensor_log> sink_;
 };

@@ -15,7 +15,7 @@ using host_callback = void (*)(std::uint64_t, const void*, std::uint32_t);
 // Base of a module object: keeps the host context, and owns the service container
 // and the dispatcher. Registers the message service factory that ends in the callback.
 class module_instance {
-public:
+  public:
     module_instance(std::uint64_t host_context, host_callback callback);
     virtual ~module_instance();
     module_instance(const module_instance&) = delete;
@@ -28,7 +28,7 @@ public:
     const std::shared_ptr<service_container>& container() const { return service_container_; }
     const std::shared_ptr<sensor_dispatcher>& dispatcher() const { return sensor_dispatcher_; }
 
-protected:
+  protected:
     std::uint64_t host_context_;
     std::shared_ptr<service_container> service_container_;
     std::shared_ptr<sensor_dispatcher> sensor_dispatcher_;

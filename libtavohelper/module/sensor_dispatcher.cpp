@@ -10,7 +10,8 @@ namespace corvanis::monitoring_modules::libtavohelper {
 namespace sensors::detail {
 
 std::shared_ptr<liblog::log_interface> make_logger(int id, module::service_container& container) {
-    return std::make_shared<module::sensor_logger>(id, container.find_instance<module::sensor_log>());
+    return std::make_shared<module::sensor_logger>(id,
+                                                   container.find_instance<module::sensor_log>());
 }
 
 void send(module::service_container& container, const messaging::tavo_message& message) {
@@ -18,7 +19,8 @@ void send(module::service_container& container, const messaging::tavo_message& m
 }
 
 responses::sensor_scan_result run_guarded_work(
-    int id, liblog::log_interface& log, const std::function<responses::sensor_scan_result()>& work) {
+    int id, liblog::log_interface& log,
+    const std::function<responses::sensor_scan_result()>& work) {
     try {
         return work();
     } catch (const libi18n::i18n_exception& e) {
@@ -76,13 +78,16 @@ void sensor_stock::clear() {
 
 // ---- sensor_dispatcher -------------------------------------------------------
 
-sensor_dispatcher::~sensor_dispatcher() { stock_.clear(); }
+sensor_dispatcher::~sensor_dispatcher() {
+    stock_.clear();
+}
 
 void sensor_dispatcher::send(const messaging::tavo_message& message) {
     try {
         container_->get_or_create<messaging::message_service_interface>()->send(message);
     } catch (const std::exception& e) {
-        log(liblog::severity::error, std::string("Could not send a message to the host: ") + e.what());
+        log(liblog::severity::error,
+            std::string("Could not send a message to the host: ") + e.what());
     }
 }
 
@@ -94,7 +99,8 @@ void sensor_dispatcher::log(liblog::severity level, const std::string& text) {
 
 int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_data_wrapper& data) {
     if (stock_.find(id)) {
-        log(liblog::severity::error, messages::sensor_already_registered()(std::to_string(id)).render());
+        log(liblog::severity::error,
+            messages::sensor_already_registered()(std::to_string(id)).render());
         return dispatch_id_in_use;
     }
     const auto kind = sensor_kinds_.find(data.kind());
@@ -109,11 +115,13 @@ int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_dat
     try {
         sensor = kind->second(id, data, container_);
     } catch (const libi18n::i18n_exception& e) {
-        log(liblog::severity::error, "Sensor " + std::to_string(id) + " could not be created: " + e.what());
+        log(liblog::severity::error,
+            "Sensor " + std::to_string(id) + " could not be created: " + e.what());
         send(responses::sensor_scan_result(id, e));
         return dispatch_creation_failed;
     } catch (const std::exception& e) {
-        log(liblog::severity::error, "Sensor " + std::to_string(id) + " could not be created: " + e.what());
+        log(liblog::severity::error,
+            "Sensor " + std::to_string(id) + " could not be created: " + e.what());
         send(responses::sensor_scan_result(id, e));
         return dispatch_creation_failed;
     }
@@ -128,7 +136,8 @@ int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_dat
 int sensor_dispatcher::execute_sensor_scan(int id) {
     const auto sensor = stock_.find(id);
     if (!sensor) {
-        log(liblog::severity::error, messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
+        log(liblog::severity::error,
+            messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
         return dispatch_unknown_id;
     }
     sensor->scan();
@@ -138,7 +147,8 @@ int sensor_dispatcher::execute_sensor_scan(int id) {
 int sensor_dispatcher::destroy_sensor_instance(int id) {
     auto sensor = stock_.remove(id);
     if (!sensor) {
-        log(liblog::severity::error, messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
+        log(liblog::severity::error,
+            messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
         return dispatch_unknown_id;
     }
     sensor.reset();  // a scan still running keeps its own reference and ends first
@@ -152,7 +162,8 @@ int sensor_dispatcher::execute_meta_scan(int id, unsigned int selector,
             return send_notification(id, data);
         case meta_scan_log_threshold: {
             const int threshold = data.get_log_threshold();
-            if (auto runtime = std::dynamic_pointer_cast<host_log>(container_->find_instance<liblog::log_interface>())) {
+            if (auto runtime = std::dynamic_pointer_cast<host_log>(
+                    container_->find_instance<liblog::log_interface>())) {
                 runtime->set_threshold(threshold);
             }
             if (auto sensor = container_->find_instance<sensor_log>()) {
@@ -172,20 +183,24 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
         answer.set_id(id);
         answer.set_failure(why);
         try {
-            container_->get_or_create<messaging::message_service_interface>()->send(answer.serialize());
+            container_->get_or_create<messaging::message_service_interface>()->send(
+                answer.serialize());
         } catch (const std::exception& e) {
-            log(liblog::severity::error, std::string("Could not send a message to the host: ") + e.what());
+            log(liblog::severity::error,
+                std::string("Could not send a message to the host: ") + e.what());
         }
         return code;
     };
     const auto kind = notification_kinds_.find(data.kind());
     if (kind == notification_kinds_.end()) {
-        return fail(messages::sensor_registry()("Unknown notification kind \"" + data.kind() + "\"."),
-                    dispatch_unknown_kind);
+        return fail(
+            messages::sensor_registry()("Unknown notification kind \"" + data.kind() + "\"."),
+            dispatch_unknown_kind);
     }
     const auto request = data.get_notification_request();
     if (!request) {
-        return fail(messages::setting_not_available()("notification"), dispatch_notification_failed);
+        return fail(messages::setting_not_available()("notification"),
+                    dispatch_notification_failed);
     }
     {
         std::lock_guard lock(notifications_mutex_);
@@ -208,14 +223,16 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
     } catch (const std::exception& e) {
         return fail(libi18n::to_i18n_msg(e), dispatch_notification_failed);
     } catch (...) {
-        return fail(libi18n::messages::generic()("Unknown exception."), dispatch_notification_failed);
+        return fail(libi18n::messages::generic()("Unknown exception."),
+                    dispatch_notification_failed);
     }
     notifications::response answer(lines->lines());
     answer.set_id(id);
     try {
         container_->get_or_create<messaging::message_service_interface>()->send(answer.serialize());
     } catch (const std::exception& e) {
-        log(liblog::severity::error, std::string("Could not send a message to the host: ") + e.what());
+        log(liblog::severity::error,
+            std::string("Could not send a message to the host: ") + e.what());
     }
     return dispatch_ok;
 }
@@ -224,7 +241,8 @@ int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper
     responses::check_result failed(id);
     const auto kind = check_kinds_.find(data.kind());
     if (kind == check_kinds_.end()) {
-        failed.set_message(messages::sensor_registry()("Unknown check kind \"" + data.kind() + "\"."));
+        failed.set_message(
+            messages::sensor_registry()("Unknown check kind \"" + data.kind() + "\"."));
         send(failed);
         return dispatch_unknown_kind;
     }
@@ -232,7 +250,8 @@ int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper
     try {
         check = kind->second(id, data, container_);
     } catch (const std::exception& e) {
-        log(liblog::severity::error, "Check " + std::to_string(id) + " could not be created: " + e.what());
+        log(liblog::severity::error,
+            "Check " + std::to_string(id) + " could not be created: " + e.what());
         failed.set_message(libi18n::to_i18n_msg(e));
         send(failed);
         return dispatch_creation_failed;
@@ -253,14 +272,15 @@ module_instance::module_instance(std::uint64_t host_context, host_callback callb
       service_container_(std::make_shared<service_container>()),
       sensor_dispatcher_(std::make_shared<sensor_dispatcher>(service_container_)) {
     service_container_->register_factory<messaging::message_service_interface>(
-        std::function<std::unique_ptr<messaging::message_service_interface>()>([host_context, callback] {
-            return std::make_unique<messaging::message_service>([host_context, callback](void* bytes,
-                                                                                         unsigned long size) {
-                if (callback != nullptr) {
-                    callback(host_context, bytes, static_cast<std::uint32_t>(size));
-                }
-            });
-        }));
+        std::function<std::unique_ptr<messaging::message_service_interface>()>(
+            [host_context, callback] {
+                return std::make_unique<messaging::message_service>(
+                    [host_context, callback](void* bytes, unsigned long size) {
+                        if (callback != nullptr) {
+                            callback(host_context, bytes, static_cast<std::uint32_t>(size));
+                        }
+                    });
+            }));
 }
 
 module_instance::~module_instance() {

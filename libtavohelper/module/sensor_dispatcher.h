@@ -35,14 +35,14 @@ enum meta_scan_selector : unsigned int {
 
 // The live sensors by id. Thread-safe.
 class sensor_stock {
-public:
+  public:
     // Throws sensor_already_registered.
     void add_sensor(int id, const std::shared_ptr<sensors::sensor_interface>& sensor);
     std::shared_ptr<sensors::sensor_interface> find(int id) const;
     std::shared_ptr<sensors::sensor_interface> remove(int id);
     void clear();
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::unordered_map<int, std::shared_ptr<sensors::sensor_interface>> sensors_;  // guarded
 };
@@ -50,7 +50,7 @@ private:
 // Creates, scans and destroys sensor instances by id, runs checks and
 // notifications. Calls may come from several host threads at once.
 class sensor_dispatcher {
-public:
+  public:
     explicit sensor_dispatcher(std::shared_ptr<service_container> container)
         : container_(std::move(container)) {}
     ~sensor_dispatcher();
@@ -59,20 +59,23 @@ public:
     void register_sensor_as(const std::string& name) {
         sensor_kinds_[name] = [](int id, const settings::sensor_data_wrapper& data,
                                  std::shared_ptr<service_container> c) {
-            return std::shared_ptr<sensors::sensor_interface>(std::make_shared<T>(id, data, std::move(c)));
+            return std::shared_ptr<sensors::sensor_interface>(
+                std::make_shared<T>(id, data, std::move(c)));
         };
     }
     template <class T>
     void register_check_as(const std::string& name) {
         check_kinds_[name] = [](int id, const settings::sensor_data_wrapper& data,
                                 std::shared_ptr<service_container> c) {
-            return std::unique_ptr<checks::check_interface>(std::make_unique<T>(id, data, std::move(c)));
+            return std::unique_ptr<checks::check_interface>(
+                std::make_unique<T>(id, data, std::move(c)));
         };
     }
     template <class T>
     void register_notification_as(const std::string& name) {
         notification_kinds_[name] = [](std::shared_ptr<service_container> c) {
-            return std::unique_ptr<notifications::service_interface>(std::make_unique<T>(std::move(c)));
+            return std::unique_ptr<notifications::service_interface>(
+                std::make_unique<T>(std::move(c)));
         };
     }
 
@@ -82,13 +85,13 @@ public:
     int execute_meta_scan(int id, unsigned int selector, const settings::sensor_data_wrapper& data);
     int execute_check(int id, const settings::sensor_data_wrapper& data);
 
-private:
+  private:
     using sensor_factory = std::function<std::shared_ptr<sensors::sensor_interface>(
         int, const settings::sensor_data_wrapper&, std::shared_ptr<service_container>)>;
     using check_factory = std::function<std::unique_ptr<checks::check_interface>(
         int, const settings::sensor_data_wrapper&, std::shared_ptr<service_container>)>;
-    using notification_factory =
-        std::function<std::unique_ptr<notifications::service_interface>(std::shared_ptr<service_container>)>;
+    using notification_factory = std::function<std::unique_ptr<notifications::service_interface>(
+        std::shared_ptr<service_container>)>;
 
     int send_notification(int id, const settings::sensor_data_wrapper& data);
     void send(const messaging::tavo_message& message);

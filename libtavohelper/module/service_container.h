@@ -31,7 +31,7 @@ struct factory_wrapper : factory_wrapper_base {
 
 // Map from an interface type to one factory. Not synchronised: service_container locks.
 class factory_store {
-public:
+  public:
     // Throws already_contains_factory when the interface has a factory.
     template <class Interface, class... Args>
     void register_factory(std::function<std::unique_ptr<Interface>(Args...)> factory) {
@@ -40,8 +40,8 @@ public:
             throw utils::exceptions::service_container_error(
                 messages::already_contains_factory()(type_name<Interface>()));
         }
-        factories_.emplace(key, std::make_unique<factory_wrapper<decltype(factory)>>(
-                                    std::move(factory)));
+        factories_.emplace(
+            key, std::make_unique<factory_wrapper<decltype(factory)>>(std::move(factory)));
     }
 
     template <class Interface>
@@ -54,8 +54,9 @@ public:
     std::function<std::unique_ptr<Interface>(Args...)> get() const {
         using F = std::function<std::unique_ptr<Interface>(Args...)>;
         const auto it = factories_.find(std::type_index(typeid(Interface)));
-        const auto* wrapper =
-            it == factories_.end() ? nullptr : dynamic_cast<const factory_wrapper<F>*>(it->second.get());
+        const auto* wrapper = it == factories_.end()
+                                  ? nullptr
+                                  : dynamic_cast<const factory_wrapper<F>*>(it->second.get());
         if (wrapper == nullptr) {
             throw utils::exceptions::service_container_error(
                 messages::factory_not_available()(type_name<Interface>()));
@@ -63,7 +64,7 @@ public:
         return wrapper->factory;
     }
 
-private:
+  private:
     std::unordered_map<std::type_index, std::unique_ptr<factory_wrapper_base>> factories_;
 };
 
@@ -86,7 +87,7 @@ struct instance_map_wrapper : instance_wrapper_base {
 // Map from an interface type to one shared instance or to a keyed family.
 // Not synchronised: service_container locks.
 class instance_store {
-public:
+  public:
     template <class T>
     void add(std::shared_ptr<T> instance) {
         const std::type_index key(typeid(T));
@@ -127,7 +128,7 @@ public:
         return static_cast<W&>(*slot);
     }
 
-private:
+  private:
     std::unordered_map<std::type_index, std::unique_ptr<instance_wrapper_base>> instances_;
 };
 
@@ -136,7 +137,7 @@ private:
 // keyed families behind a second one that is held across the factory call, so a
 // keyed construction (which may wait on the network) never blocks a logger lookup.
 class service_container {
-public:
+  public:
     template <class Interface, class... Args>
     void register_factory(std::function<std::unique_ptr<Interface>(Args...)> factory) {
         std::lock_guard lock(mutex_);
@@ -222,8 +223,8 @@ public:
             messages::instance_not_available_key()(type_name<T>(), type_name<Key>()));
     }
 
-private:
-    mutable std::mutex mutex_;                // guards factories_ and instances_
+  private:
+    mutable std::mutex mutex_;                  // guards factories_ and instances_
     mutable std::recursive_mutex keyed_mutex_;  // serialises keyed acquisition
     factory_store factories_;
     instance_store instances_;

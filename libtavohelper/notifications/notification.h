@@ -17,14 +17,14 @@ namespace notifications {
 
 // What the host asks a notification service to send.
 class request {
-public:
+  public:
     request(std::string target, std::string message, std::uint32_t timeout_s)
         : target_(std::move(target)), message_(std::move(message)), timeout_s_(timeout_s) {}
     std::string get_target() const { return target_; }
     std::string get_message() const { return message_; }
     std::uint32_t get_timeout_s() const { return timeout_s_; }
 
-private:
+  private:
     std::string target_;
     std::string message_;
     std::uint32_t timeout_s_;
@@ -32,7 +32,7 @@ private:
 
 // The answer to one notification: the log lines gathered while sending it.
 class response {
-public:
+  public:
     explicit response(const liblog::log_lines& lines) : lines_(lines) {}
     void set_id(int id) { id_ = id; }
     void set_failure(libi18n::i18n_msg message) {
@@ -44,7 +44,7 @@ public:
     // A whole module message ready for the host callback.
     std::vector<char> serialize() const;
 
-private:
+  private:
     int id_ = 0;
     bool success_ = true;
     libi18n::i18n_msg failure_;
@@ -54,10 +54,11 @@ private:
 // A module's notification service. Called on a host thread; it may throw, and the
 // dispatcher then reports the failure to the host with the lines logged so far.
 class service_interface {
-public:
+  public:
     virtual ~service_interface() = default;
     // `log` collects the lines that go back to the host with the response.
-    virtual void send_notification(const request& req, const settings::sensor_data_wrapper& settings,
+    virtual void send_notification(const request& req,
+                                   const settings::sensor_data_wrapper& settings,
                                    const std::shared_ptr<liblog::log_interface>& log) = 0;
 };
 

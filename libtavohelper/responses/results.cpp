@@ -31,8 +31,8 @@ void sensor_scan_result::set(int channel, channel_value value, channels::value_m
     }
     if (channels::mode_of(channels_->definition(channel).kind) != mode) {
         const bool integer = mode == channels::value_mode::integer;
-        throw channel_error(
-            messages::invalid_channel_mode()(integer ? "integer" : "float", integer ? "integer" : "float"));
+        throw channel_error(messages::invalid_channel_mode()(integer ? "integer" : "float",
+                                                             integer ? "integer" : "float"));
     }
     values_[channel] = value;
 }
@@ -75,8 +75,8 @@ void sensor_scan_result::fill_from_buffer(const std::vector<char>& buffer) {
     wire::ModuleMessage message;
     if (!message.ParseFromArray(buffer.data(), static_cast<int>(buffer.size())) ||
         !message.has_scan_result()) {
-        throw utils::exceptions::message_error(
-            messages::message_deserialization_failed()("ScanResult", std::to_string(buffer.size())));
+        throw utils::exceptions::message_error(messages::message_deserialization_failed()(
+            "ScanResult", std::to_string(buffer.size())));
     }
     const auto& in = message.scan_result();
     response_code_ = static_cast<scan_response_codes>(in.response_code());

@@ -18,7 +18,7 @@ using channel_value = std::variant<std::int64_t, double>;
 
 // The outcome of one scan. Built and filled on one thread, then sent.
 class sensor_scan_result : public messaging::tavo_message {
-public:
+  public:
     sensor_scan_result(int id, std::shared_ptr<settings::channel_map> channels);
     // Error results: response code error and the exception's message.
     sensor_scan_result(int id, const libi18n::i18n_exception& error);
@@ -43,7 +43,7 @@ public:
     int error_code() const { return error_code_; }
     const std::map<int, channel_value>& values() const { return values_; }
 
-private:
+  private:
     void set(int channel, channel_value value, channels::value_mode mode);
 
     int id_;
@@ -56,7 +56,7 @@ private:
 
 // The outcome of one check; unsuccessful until set_success(true).
 class check_result : public messaging::tavo_message {
-public:
+  public:
     explicit check_result(int id) : id_(id) {}
     void set_success(bool success) { success_ = success; }
     void set_message(const libi18n::i18n_msg& message) { message_ = message; }
@@ -65,7 +65,7 @@ public:
     const libi18n::i18n_msg& message() const { return message_; }
     std::vector<char> serialize() const override;
 
-private:
+  private:
     int id_;
     bool success_ = false;
     libi18n::i18n_msg message_;

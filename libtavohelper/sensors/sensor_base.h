@@ -18,7 +18,7 @@ struct identity {
 };
 
 class sensor_interface {
-public:
+  public:
     virtual ~sensor_interface() = default;
     virtual int get_id() const = 0;
     virtual void log(const std::string& text) = 0;
@@ -30,8 +30,8 @@ public:
 namespace detail {
 std::shared_ptr<liblog::log_interface> make_logger(int id, module::service_container& container);
 void send(module::service_container& container, const messaging::tavo_message& message);
-responses::sensor_scan_result run_guarded_work(int id, liblog::log_interface& log,
-                                               const std::function<responses::sensor_scan_result()>& work);
+responses::sensor_scan_result run_guarded_work(
+    int id, liblog::log_interface& log, const std::function<responses::sensor_scan_result()>& work);
 }  // namespace detail
 
 // Base of every sensor. Settings is constructed from the settings block and may
@@ -40,12 +40,14 @@ responses::sensor_scan_result run_guarded_work(int id, liblog::log_interface& lo
 // handlers on library threads.
 template <class Settings>
 class sensor_base : public sensor_interface {
-public:
+  public:
     ~sensor_base() override { log("################### Cleaning Up  ####################"); }
 
     int get_id() const override { return id_; }
     void log(const std::string& text) override { log(liblog::severity::debug, text); }
-    void log(liblog::severity level, const std::string& text) override { logger_->log(level, text); }
+    void log(liblog::severity level, const std::string& text) override {
+        logger_->log(level, text);
+    }
 
     void scan() override {
         log("#################### Enter sensor scan ####################");
@@ -58,7 +60,7 @@ public:
         }
     }
 
-protected:
+  protected:
     sensor_base(int id, const settings::sensor_data_wrapper& data,
                 std::shared_ptr<module::service_container> container, const identity& who)
         : id_(id),
@@ -84,7 +86,7 @@ protected:
     settings::channel_map& channels() { return *channels_; }
     const settings::persistent_data_storage& persistent() const { return persistent_; }
 
-private:
+  private:
     void announce(const identity& who) {
         log("#################### Initializing ####################");
         log(who.display_name + " version is: " + who.version + "\n");

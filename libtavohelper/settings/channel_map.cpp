@@ -10,8 +10,8 @@ void channel_map::register_definition(const channels::dynamic_channel& channel) 
     std::lock_guard lock(mutex_);
     const auto [it, inserted] = channels_.try_emplace(channel.id(), channel.options());
     if (!inserted && !(it->second == channel.options())) {
-        throw channel_error(messages::channel_already_defined()(std::to_string(channel.id()),
-                                                                it->second.name));
+        throw channel_error(
+            messages::channel_already_defined()(std::to_string(channel.id()), it->second.name));
     }
 }
 
@@ -21,7 +21,9 @@ bool channel_map::is_definition_registered(const channels::dynamic_channel& chan
     return it != channels_.end() && it->second == channel.options();
 }
 
-bool channel_map::is_known_to_runtime(const int& id) const { return known_.count(id) != 0; }
+bool channel_map::is_known_to_runtime(const int& id) const {
+    return known_.count(id) != 0;
+}
 
 channels::dynamic_channel_options channel_map::definition(int id) const {
     std::lock_guard lock(mutex_);

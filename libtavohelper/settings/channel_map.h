@@ -13,7 +13,7 @@ namespace corvanis::monitoring_modules::libtavohelper::settings {
 // The channel definitions of one sensor instance, plus the ids the host already
 // knows. Thread-safe.
 class channel_map {
-public:
+  public:
     explicit channel_map(std::set<int> known_to_runtime = {})
         : known_(std::move(known_to_runtime)) {}
 
@@ -26,7 +26,7 @@ public:
     channels::dynamic_channel_options definition(int id) const;
     std::vector<channels::dynamic_channel> definitions() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::map<int, channels::dynamic_channel_options> channels_;  // guarded by mutex_
     std::set<int> known_;

@@ -22,8 +22,8 @@ std::string text_of(double v) {
 void check_length(const std::string& value, const std::optional<std::size_t>& max,
                   const std::string& name) {
     if (max && value.size() > *max) {
-        throw setting_error(messages::string_too_long()(name, std::to_string(value.size()),
-                                                        std::to_string(*max)));
+        throw setting_error(
+            messages::string_too_long()(name, std::to_string(value.size()), std::to_string(*max)));
     }
 }
 

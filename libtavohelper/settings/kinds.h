@@ -48,7 +48,8 @@ struct kind_securestring {
         std::optional<std::size_t> max_length;
         std::string name;
     };
-    static secure_string parse_and_validate(const std::string& value, const validation_rules& rules = {});
+    static secure_string parse_and_validate(const std::string& value,
+                                            const validation_rules& rules = {});
 };
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::settings

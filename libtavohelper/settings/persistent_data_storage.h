@@ -9,7 +9,7 @@ namespace corvanis::monitoring_modules::libtavohelper::settings {
 // What the host keeps for one sensor between scans. Not synchronised: a sensor
 // uses it from its scan thread only.
 class persistent_data_storage {
-public:
+  public:
     persistent_data_storage() = default;
     explicit persistent_data_storage(std::unordered_map<std::string, std::string> data)
         : data_(std::move(data)) {}
@@ -23,7 +23,7 @@ public:
     }
     bool exists(const std::string& key) const { return data_.count(key) != 0; }
 
-private:
+  private:
     std::unordered_map<std::string, std::string> data_;
 };
 

@@ -8,7 +8,7 @@ namespace corvanis::monitoring_modules::libtavohelper::settings {
 // operator and no implicit conversion, so it cannot end up in a log line by accident;
 // plain() is for the few places that must hand it to a library.
 class secure_string {
-public:
+  public:
     secure_string() = default;
     explicit secure_string(std::string value) : value_(std::move(value)) {}
 
@@ -18,7 +18,7 @@ public:
 
     static constexpr const char* mask = "********";
 
-private:
+  private:
     std::string value_;
 };
 

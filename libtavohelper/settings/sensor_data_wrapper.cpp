@@ -53,7 +53,9 @@ sensor_data_wrapper& sensor_data_wrapper::operator=(const sensor_data_wrapper& o
     return *this;
 }
 
-const std::string& sensor_data_wrapper::kind() const { return impl_->block.kind(); }
+const std::string& sensor_data_wrapper::kind() const {
+    return impl_->block.kind();
+}
 
 const std::string& sensor_data_wrapper::get_value(const std::string& key) const {
     const auto& plain = impl_->block.settings();
@@ -112,7 +114,9 @@ std::optional<notifications::request> sensor_data_wrapper::get_notification_requ
     return notifications::request(n.target(), n.message(), n.timeout_s());
 }
 
-int sensor_data_wrapper::get_log_threshold() const { return impl_->block.log_threshold(); }
+int sensor_data_wrapper::get_log_threshold() const {
+    return impl_->block.log_threshold();
+}
 
 std::vector<char> sensor_data_wrapper::serialize() const {
     std::vector<char> bytes(impl_->block.ByteSizeLong());

@@ -17,7 +17,7 @@ namespace corvanis::monitoring_modules::libtavohelper::settings {
 // The decoded settings block that a host sends with create, meta-scan and check
 // calls. Immutable after construction, so it may be read from any thread.
 class sensor_data_wrapper {
-public:
+  public:
     // Throws message_deserialization_failed when the bytes are not a settings block.
     sensor_data_wrapper(const void* data, unsigned int size);
     // For hosts and tests that build a block in memory.
@@ -48,7 +48,7 @@ public:
     void set_notification_request(const notifications::request& req);
     void set_persistent_data(const std::unordered_map<std::string, std::string>& data);
 
-private:
+  private:
     struct impl;
     std::unique_ptr<impl> impl_;
 };

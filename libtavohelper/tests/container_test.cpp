@@ -43,15 +43,17 @@ TEST(service_container, factory_and_instance_errors_carry_their_keys) {
     service_container c;
     std::atomic<int> made{0};
     c.register_factory<widget_interface, int>(counting_factory(made));
-    EXPECT_EQ(key_of_failure([&] { c.register_factory<widget_interface, int>(counting_factory(made)); }),
-              "libtavohelper.error.already_contains_factory");
+    EXPECT_EQ(
+        key_of_failure([&] { c.register_factory<widget_interface, int>(counting_factory(made)); }),
+        "libtavohelper.error.already_contains_factory");
     EXPECT_EQ(key_of_failure([&] { c.create<widget_interface>(); }),  // wrong signature
               "libtavohelper.error.factory_not_available");
     EXPECT_EQ(key_of_failure([&] { c.get_instance<widget_interface>(); }),
               "libtavohelper.error.instance_not_available");
     c.add_instance<widget_interface>(std::make_shared<widget>(1));
-    EXPECT_EQ(key_of_failure([&] { c.add_instance<widget_interface>(std::make_shared<widget>(2)); }),
-              "libtavohelper.error.already_contains_instance");
+    EXPECT_EQ(
+        key_of_failure([&] { c.add_instance<widget_interface>(std::make_shared<widget>(2)); }),
+        "libtavohelper.error.already_contains_instance");
     EXPECT_EQ(key_of_failure([&] { c.get_keyed<widget_interface, int>(9); }),
               "libtavohelper.error.instance_not_available_key");
     EXPECT_EQ(c.create<widget_interface>(7)->key(), 7);
@@ -77,8 +79,8 @@ TEST(service_container, keyed_family_shares_live_instances_and_never_replaces_de
 TEST(service_container, a_failing_factory_stores_nothing) {
     service_container c;
     bool fail = true;
-    c.register_factory<widget_interface, int>(
-        std::function<std::unique_ptr<widget_interface>(int)>([&fail](int k) -> std::unique_ptr<widget_interface> {
+    c.register_factory<widget_interface, int>(std::function<std::unique_ptr<widget_interface>(int)>(
+        [&fail](int k) -> std::unique_ptr<widget_interface> {
             if (fail) throw std::runtime_error("broker down");
             return std::make_unique<widget>(k);
         }));

@@ -13,19 +13,23 @@ namespace {
 
 struct counter_settings {
     explicit counter_settings(const sensor_data_wrapper& data)
-        : step(th::settings::kind_integer::parse_and_validate(data.get_value("step"), {.minimum = 1}).value()) {}
+        : step(
+              th::settings::kind_integer::parse_and_validate(data.get_value("step"), {.minimum = 1})
+                  .value()) {}
     std::int64_t step;
 };
 
 // Counts by its step at each scan; fails the scan when asked to.
 class counter_sensor : public th::sensors::sensor_base<counter_settings> {
-public:
-    counter_sensor(int id, const sensor_data_wrapper& data, std::shared_ptr<th::module::service_container> c)
+  public:
+    counter_sensor(int id, const sensor_data_wrapper& data,
+                   std::shared_ptr<th::module::service_container> c)
         : sensor_base(id, data, std::move(c), {"Counter", "1.0"}) {
-        channels().register_definition(th::channels::dynamic_channel(0, {.key = "channel.count", .name = "Count"}));
+        channels().register_definition(
+            th::channels::dynamic_channel(0, {.key = "channel.count", .name = "Count"}));
     }
 
-protected:
+  protected:
     th::responses::sensor_scan_result work() override {
         total_ += settings().step;
         if (total_ > 2 * settings().step) throw std::runtime_error("too many");
@@ -35,13 +39,14 @@ protected:
         return result;
     }
 
-private:
+  private:
     std::int64_t total_ = 0;
 };
 
 class ok_check : public th::checks::check_base<counter_settings> {
-public:
-    ok_check(int id, const sensor_data_wrapper& data, std::shared_ptr<th::module::service_container> c)
+  public:
+    ok_check(int id, const sensor_data_wrapper& data,
+             std::shared_ptr<th::module::service_container> c)
         : check_base(id, data, std::move(c), {"Check", "1.0"}) {}
     th::responses::check_result work() override {
         th::responses::check_result r(get_id());
@@ -51,7 +56,7 @@ public:
 };
 
 class echo_notification : public th::notifications::service_interface {
-public:
+  public:
     explicit echo_notification(std::shared_ptr<th::module::service_container>) {}
     void send_notification(const th::notifications::request& req, const sensor_data_wrapper&,
                            const std::shared_ptr<lg::log_interface>& log) override {
@@ -61,8 +66,9 @@ public:
 };
 
 class test_module : public th::module::module_instance {
-public:
-    explicit test_module(test_host::inbox& inbox) : module_instance(inbox.context(), &test_host::inbox::callback) {
+  public:
+    explicit test_module(test_host::inbox& inbox)
+        : module_instance(inbox.context(), &test_host::inbox::callback) {
         dispatcher()->register_sensor_as<counter_sensor>("counter");
         dispatcher()->register_check_as<ok_check>("ok_check");
         dispatcher()->register_notification_as<echo_notification>("echo");
@@ -81,12 +87,17 @@ TEST(sensor_dispatcher, lifecycle_result_codes) {
     test_module m(inbox);
     auto& d = *m.dispatcher();
     EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), th::module::dispatch_unknown_kind);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})), th::module::dispatch_creation_failed);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "0"}})), th::module::dispatch_creation_failed);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), th::module::dispatch_ok);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), th::module::dispatch_id_in_use);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})),
+              th::module::dispatch_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "0"}})),
+              th::module::dispatch_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})),
+              th::module::dispatch_ok);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})),
+              th::module::dispatch_id_in_use);
     EXPECT_EQ(d.execute_sensor_scan(2), th::module::dispatch_unknown_id);
-    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})), th::module::dispatch_unsupported_selector);
+    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})),
+              th::module::dispatch_unsupported_selector);
     EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_ok);
     EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_unknown_id);
 
@@ -142,9 +153,10 @@ TEST(sensor_dispatcher, banners_reach_the_host_once_the_threshold_admits_them) {
         EXPECT_EQ(l.sensor_id(), 1);
         texts.push_back(l.line().text());
     }
-    EXPECT_EQ(texts, (std::vector<std::string>{"#################### Enter sensor scan ####################",
-                                               "#################### Exit sensor scan  ####################",
-                                               "################### Cleaning Up  ####################"}));
+    EXPECT_EQ(texts, (std::vector<std::string>{
+                         "#################### Enter sensor scan ####################",
+                         "#################### Exit sensor scan  ####################",
+                         "################### Cleaning Up  ####################"}));
 }
 
 TEST(sensor_dispatcher, checks_and_notifications_answer_through_the_callback) {
@@ -158,7 +170,8 @@ TEST(sensor_dispatcher, checks_and_notifications_answer_through_the_callback) {
     ASSERT_EQ(checks.size(), 3u);
     EXPECT_TRUE(checks[0].check_result().success());
     EXPECT_FALSE(checks[1].check_result().success());
-    EXPECT_EQ(checks[1].check_result().message().key(), "libtavohelper.error.setting_not_available");
+    EXPECT_EQ(checks[1].check_result().message().key(),
+              "libtavohelper.error.setting_not_available");
 
     auto request = block("echo", {});
     request.set_notification_request({"alerts/a", "disk full", 5});
@@ -174,8 +187,10 @@ TEST(sensor_dispatcher, checks_and_notifications_answer_through_the_callback) {
     ASSERT_EQ(answers[0].notification_response().lines_size(), 1);
     EXPECT_EQ(answers[0].notification_response().lines(0).text(), "to alerts/a: disk full");
     EXPECT_FALSE(answers[1].notification_response().success());
-    EXPECT_EQ(answers[1].notification_response().lines_size(), 1);  // lines logged before the failure
-    EXPECT_EQ(answers[2].notification_response().message().key(), "libtavohelper.error.setting_not_available");
+    EXPECT_EQ(answers[1].notification_response().lines_size(),
+              1);  // lines logged before the failure
+    EXPECT_EQ(answers[2].notification_response().message().key(),
+              "libtavohelper.error.setting_not_available");
 }
 
 TEST(sensor_dispatcher, concurrent_scans_and_destroy_are_safe) {

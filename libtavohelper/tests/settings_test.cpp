@@ -37,10 +37,22 @@ TEST(setting_kinds, integer_parsing_and_bounds) {
         {"1", 1, "ok"},
         {"65535", 65535, "ok"},
         {"", std::nullopt, "ok"},
-        {"0", {}, "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed value of 1."},
-        {"65536", {}, "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the allowed value of 65535."},
-        {"12ab", {}, "libtavohelper.error.setting_invalid: Setting value 12ab is invalid. Expected a whole number."},
-        {"99999999999999999999", {}, "libtavohelper.error.setting_invalid: Setting value 99999999999999999999 is invalid. Expected a whole number."},
+        {"0",
+         {},
+         "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
+         "value of 1."},
+        {"65536",
+         {},
+         "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
+         "allowed value of 65535."},
+        {"12ab",
+         {},
+         "libtavohelper.error.setting_invalid: Setting value 12ab is invalid. Expected a whole "
+         "number."},
+        {"99999999999999999999",
+         {},
+         "libtavohelper.error.setting_invalid: Setting value 99999999999999999999 is invalid. "
+         "Expected a whole number."},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.text);
@@ -55,35 +67,41 @@ TEST(setting_kinds, float_string_and_secure_kinds) {
     EXPECT_EQ(kind_float::parse_and_validate("2.5"), 2.5);
     EXPECT_EQ(kind_float::parse_and_validate("-1e3"), -1000.0);
     EXPECT_EQ(kind_float::parse_and_validate(""), std::nullopt);
-    EXPECT_EQ(failure_of([] { kind_float::parse_and_validate("nan"); }),
-              "libtavohelper.error.setting_invalid: Setting value nan is invalid. Expected a number.");
+    EXPECT_EQ(
+        failure_of([] { kind_float::parse_and_validate("nan"); }),
+        "libtavohelper.error.setting_invalid: Setting value nan is invalid. Expected a number.");
     EXPECT_EQ(failure_of([] { kind_float::parse_and_validate("1,5"); }).substr(0, 35),
               "libtavohelper.error.setting_invalid");
 
     const kind_string::validation_rules name{.max_length = 32, .name = "channel1_name"};
     EXPECT_EQ(kind_string::parse_and_validate(std::string(32, 'x'), name), std::string(32, 'x'));
-    EXPECT_EQ(failure_of([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
-              "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
-              "the maximum allowed length of 32.");
+    EXPECT_EQ(
+        failure_of([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
+        "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
+        "the maximum allowed length of 32.");
     EXPECT_EQ(kind_securestring::parse_and_validate("s3cret").plain(), "s3cret");
 }
 
 TEST(sensor_data_wrapper, lookups_and_missing_keys) {
-    const sensor_data_wrapper data("statistics_sensor", {{"host", "10.0.0.1"}, {"user_credentials.password", "plain"}},
+    const sensor_data_wrapper data("statistics_sensor",
+                                   {{"host", "10.0.0.1"}, {"user_credentials.password", "plain"}},
                                    {{"tls.client_key_password", "k3y"}});
     EXPECT_EQ(data.kind(), "statistics_sensor");
     EXPECT_EQ(data.get_value("host"), "10.0.0.1");
     EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
     EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
     EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
-              "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" was not available.");
+              "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" "
+              "was not available.");
     EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
               "libtavohelper.error.setting_not_available");
 }
 
 TEST(sensor_data_wrapper, to_json_masks_every_secret) {
-    const sensor_data_wrapper data("x", {{"host", "h\"q"}, {"credentials.user_credentials.password", "hunter2"},
-                                         {"corvaniscloudapikey", "abc123"}},
+    const sensor_data_wrapper data("x",
+                                   {{"host", "h\"q"},
+                                    {"credentials.user_credentials.password", "hunter2"},
+                                    {"corvaniscloudapikey", "abc123"}},
                                    {{"credentials.tls.client_key_password", "k3y"}});
     const auto json = data.to_json();
     EXPECT_EQ(json.find("hunter2"), std::string::npos);

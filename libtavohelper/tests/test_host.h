@@ -35,7 +35,8 @@ struct inbox {
     }
     std::vector<wire::ScanResult> scan_results() {
         std::vector<wire::ScanResult> out;
-        for (auto& m : take([](auto& m) { return m.has_scan_result(); })) out.push_back(m.scan_result());
+        for (auto& m : take([](auto& m) { return m.has_scan_result(); }))
+            out.push_back(m.scan_result());
         return out;
     }
     std::vector<wire::Log> logs() {

@@ -21,8 +21,12 @@ wire::ModuleMessage decode(const std::vector<char>& bytes) {
 std::shared_ptr<th::settings::channel_map> two_channels() {
     auto map = std::make_shared<th::settings::channel_map>();
     map->register_definition({0, {.key = "channel.state", .name = "Status", .lookup = "rttstate"}});
-    map->register_definition({1, {.key = "channel.channel_1", .name = "Temp", .unit = "C",
-                                  .kind = channel_kind::floating, .scale_factor = 0.1}});
+    map->register_definition({1,
+                              {.key = "channel.channel_1",
+                               .name = "Temp",
+                               .unit = "C",
+                               .kind = channel_kind::floating,
+                               .scale_factor = 0.1}});
     return map;
 }
 
@@ -63,16 +67,19 @@ TEST(wire, set_value_enforces_the_channel_mode) {
         }
         return std::string("ok");
     };
-    EXPECT_EQ(key_of([&] { result.set_value(0, 1.5); }), "libtavohelper.error.invalid_channel_mode");
+    EXPECT_EQ(key_of([&] { result.set_value(0, 1.5); }),
+              "libtavohelper.error.invalid_channel_mode");
     EXPECT_EQ(key_of([&] { result.set_value(1, 2L); }), "libtavohelper.error.invalid_channel_mode");
     EXPECT_EQ(key_of([&] { result.set_value(7, 2L); }), "libtavohelper.error.channel_not_defined");
     th::responses::sensor_scan_result error(1, std::runtime_error("x"));
-    EXPECT_EQ(key_of([&] { error.set_value(0, 1L); }), "libtavohelper.error.channel_map_not_initialized");
+    EXPECT_EQ(key_of([&] { error.set_value(0, 1L); }),
+              "libtavohelper.error.channel_map_not_initialized");
     EXPECT_EQ(decode(error.serialize()).scan_result().response_code(), 3);
 }
 
 TEST(wire, the_other_messages_carry_their_fields) {
-    const auto info = decode(th::messaging::module_information_message("{\"Revision\":68}", true).serialize());
+    const auto info =
+        decode(th::messaging::module_information_message("{\"Revision\":68}", true).serialize());
     EXPECT_EQ(info.module_information().description(), "{\"Revision\":68}");
     EXPECT_TRUE(info.module_information().load_languages());
 
@@ -84,16 +91,18 @@ TEST(wire, the_other_messages_carry_their_fields) {
     check.set_success(true);
     EXPECT_TRUE(decode(check.serialize()).check_result().success());
 
-    th::notifications::response answer({{corvanis::monitoring_modules::liblog::severity::notice, "sent"}});
+    th::notifications::response answer(
+        {{corvanis::monitoring_modules::liblog::severity::notice, "sent"}});
     answer.set_failure(th::messages::message_exception()("boom"));
     const auto n = decode(answer.serialize()).notification_response();
     EXPECT_FALSE(n.success());
     EXPECT_EQ(n.lines(0).severity(), 5);
     EXPECT_EQ(n.message().text(), "A message error occurred. boom");
 
-    const auto log = decode(th::messaging::log_message(th::messaging::log_source::sensor, 2,
-                                                       corvanis::monitoring_modules::liblog::severity::error, "x")
-                                .serialize());
+    const auto log = decode(
+        th::messaging::log_message(th::messaging::log_source::sensor, 2,
+                                   corvanis::monitoring_modules::liblog::severity::error, "x")
+            .serialize());
     EXPECT_EQ(log.log().source(), wire::Log::SENSOR);
     EXPECT_EQ(log.log().line().severity(), 3);
 }

@@ -58,7 +58,7 @@ struct inbox {
 };
 
 class module_exports : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         m.handle = dlopen(MQTT_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(m.handle, nullptr) << dlerror();
@@ -112,7 +112,8 @@ TEST_F(module_exports, initialises_once_and_again_after_cleanup) {
     ASSERT_EQ(init(), 0);
     trace_everything();
     EXPECT_EQ(init(), 1);
-    EXPECT_EQ(box.log_texts(), std::vector<std::string>{"InitializeModule called on already initialized module."});
+    EXPECT_EQ(box.log_texts(),
+              std::vector<std::string>{"InitializeModule called on already initialized module."});
     EXPECT_EQ(m.get_api_level(), 6);
     EXPECT_EQ(m.cleanup(), 0);
     EXPECT_EQ(m.scan(1), 3);
@@ -155,15 +156,16 @@ TEST_F(module_exports, module_information_travels_through_the_callback_with_its_
     for (const bool flag : {true, false}) {
         box.clear();
         m.get_info(flag);
-        EXPECT_EQ(box.log_texts(),
-                  (std::vector<std::string>{"### Begin get_module_information ###",
-                                            std::string("Do loadLanguages: ") + (flag ? "Yes" : "No"),
-                                            "### End get_module_information ###"}));
+        EXPECT_EQ(box.log_texts(), (std::vector<std::string>{
+                                       "### Begin get_module_information ###",
+                                       std::string("Do loadLanguages: ") + (flag ? "Yes" : "No"),
+                                       "### End get_module_information ###"}));
         std::lock_guard lock(box.mutex);
         ASSERT_EQ(box.messages.size(), 4u);
         EXPECT_TRUE(box.messages[2].has_module_information());
         EXPECT_EQ(box.messages[2].module_information().load_languages(), flag);
-        EXPECT_NE(box.messages[2].module_information().description().find("\"Revision\":68"), std::string::npos);
+        EXPECT_NE(box.messages[2].module_information().description().find("\"Revision\":68"),
+                  std::string::npos);
     }
 }
 
@@ -179,7 +181,10 @@ TEST_F(module_exports, bad_input_gives_result_codes_never_a_crash) {
     const auto texts = box.log_texts();
     ASSERT_GE(texts.size(), 2u);
     EXPECT_EQ(texts[0], "### Begin create_sensor_instance ###");
-    EXPECT_EQ(texts[1].rfind("CreateSensorInstance failed: Could not deserialize message type SettingsBlock", 0), 0u);
+    EXPECT_EQ(
+        texts[1].rfind(
+            "CreateSensorInstance failed: Could not deserialize message type SettingsBlock", 0),
+        0u);
 
     wire::SettingsBlock block;
     block.set_kind("no_such_sensor");
