@@ -1,0 +1,275 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "liblog/memory_logger.h"
+#include "libtavohelper/errors.h"
+#include "mqtt/exceptions.h"
+#include "mqtt/settings/connection_settings.h"
+#include "mqtt/settings/subscribe_custom_settings.h"
+
+namespace s = corvanis::monitoring_modules::mqtt::settings;
+namespace lg = corvanis::monitoring_modules::liblog;
+using s::sensor_data_wrapper;
+using settings_map = std::map<std::string, std::string>;
+
+namespace {
+
+settings_map common() {
+    return {{"host", "broker"},
+            {"logging", "disabled"},
+            {"interval", "60"},
+            {"timeout", "5"},
+            {"corvaniscloudapikey", ""},
+            {"ipversion", "IPv4"},
+            {"credentials.user_credentials.active", "no"},
+            {"credentials.user_credentials.user", "alice"},
+            {"credentials.user_credentials.password", "pw"},
+            {"credentials.connection_mqtt.port", "1883"},
+            {"credentials.tls.active", "no"},
+            {"credentials.tls.server_auth_active", "no"},
+            {"credentials.tls.ca_certificate", ""},
+            {"credentials.tls.client_auth_active", "no"},
+            {"credentials.tls.client_certificate", ""},
+            {"credentials.tls.client_key", ""},
+            {"credentials.tls.client_key_password", ""}};
+}
+
+settings_map roundtrip() {
+    auto m = common();
+    m["roundtrip.connection_roundtrip.topic"] = "KESH/roundtrip/%sensorid";
+    m["roundtrip.connection_roundtrip.use_custom_settings"] = "no";
+    m["roundtrip.connection_roundtrip.client_id"] = "KESH_%sensorid";
+    return m;
+}
+
+settings_map subscribe_custom() {
+    auto m = common();
+    const std::string p = "subscribe_custom.connection_subscribe_custom.";
+    for (int n = 1; n <= 10; ++n) {
+        const auto c = p + "channel" + std::to_string(n);
+        if (n > 1) m[c] = "disable";
+        m[c + "_jsonpath"] = n == 1 ? "$.t" : "";
+        m[c + "_name"] = "Channel " + std::to_string(n);
+        m[c + "_unit"] = "";
+        m[c + "_type"] = "absolute_float";
+        m[c + "_scale_factor"] = "1";
+    }
+    m[p + "topic"] = "plant/#";
+    m[p + "duration_since_last_message"] = "disable";
+    m[p + "retain_last_message"] = "dismiss";
+    m[p + "message_path"] = "";
+    return m;
+}
+
+settings_map notification() {
+    auto m = common();
+    m["connection.host"] = "broker";
+    m["connection.port"] = "1883";
+    m["connection.client_id"] = "notifier";
+    return m;
+}
+
+settings_map with(settings_map m, const settings_map& changes) {
+    for (const auto& [k, v] : changes) m[k] = v;
+    return m;
+}
+
+// "ok", or the failing message's key and English text.
+std::string outcome(const std::function<void()>& f) {
+    try {
+        f();
+        return "ok";
+    } catch (const corvanis::monitoring_modules::libi18n::i18n_exception& e) {
+        return e.message().key() + ": " + e.what();
+    } catch (const std::exception& e) {
+        return std::string("std: ") + e.what();
+    }
+}
+
+template <class Record>
+std::function<void()> read(settings_map m) {
+    return [m] { Record(sensor_data_wrapper("x", m)); };
+}
+
+TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
+    const std::string selection = "libtavohelper.error.setting_selection_parse_error: ";
+    struct row {
+        std::function<void()> read;
+        std::string expected;
+    };
+    const row rows[] = {
+        {read<s::statistics_sensor>(
+             with(common(), {{"statistics.connection_statistics.topic", "a/#"}})),
+         "ok"},
+        {read<s::mqtt_connect_check>(
+             with(common(), {{"credentials.user_credentials.active", "YES"}})),
+         selection + "Value \"YES\" could not be parsed into selection type \"active\"."},
+        {read<s::mqtt_connect_check>(with(common(), {{"credentials.tls.server_auth_active", ""}})),
+         selection + "Value \"\" could not be parsed into selection type \"server_auth_active\"."},
+        {read<s::mqtt_connect_check>(
+             with(common(), {{"credentials.tls.client_auth_active", "Yes"}})),
+         selection +
+             "Value \"Yes\" could not be parsed into selection type \"client_auth_active\"."},
+        {read<s::roundtrip_sensor>(
+             with(roundtrip(), {{"roundtrip.connection_roundtrip.use_custom_settings", "y"}})),
+         selection +
+             "Value \"y\" could not be parsed into selection type \"use_custom_settings\"."},
+        {read<s::mqtt_connect_check>(with(common(), {{"ipversion", "ipv4"}})),
+         selection + "Value \"ipv4\" could not be parsed into selection type \"ipversion\"."},
+        {read<s::mqtt_connect_check>(with(common(), {{"credentials.connection_mqtt.port", "0"}})),
+         "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
+         "value of 1."},
+        {read<s::mqtt_connect_check>(
+             with(common(), {{"credentials.connection_mqtt.port", "65536"}})),
+         "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
+         "allowed value of "
+         "65535."},
+        {read<s::mqtt_connect_check>(
+             with(common(), {{"credentials.connection_mqtt.port", "65535"}})),
+         "ok"},
+        {read<s::mqtt_notification>(with(notification(), {{"connection.port", "0"}})), "ok"},
+        {read<s::mqtt_notification>(with(notification(), {{"connection.port", "65536"}})),
+         "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
+         "allowed value of "
+         "65535."},
+        {read<s::mqtt_connect_check>(with(common(), {{"interval", "0"}})),
+         "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
+         "value of 1."},
+        {read<s::statistics_sensor>(common()),
+         "libtavohelper.error.setting_not_available: The setting "
+         "\"statistics.connection_statistics.topic\" was "
+         "not available."},
+        {read<s::mqtt_connect_check>(with(common(), {{"timeout", ""}})),
+         "std: bad optional access"},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(outcome(rows[i].read), rows[i].expected);
+    }
+}
+
+corvanis::monitoring_modules::mqtt::mqtt_client_settings convert(const settings_map& m) {
+    return s::to_client_settings(s::mqtt_connect_check(sensor_data_wrapper("x", m)));
+}
+
+TEST(settings_conversion, credentials_and_tls_consistency) {
+    const auto plain = convert(common());
+    EXPECT_EQ(plain.connection.host, "broker");
+    EXPECT_EQ(plain.connection.port, 1883);
+    EXPECT_EQ(plain.connection.connect_timeout, 5u);
+    EXPECT_EQ(plain.connection.client_id, "KESH_");
+    EXPECT_GT(plain.connection.client_id_suffix_length, 0);
+    EXPECT_EQ(plain.connection.username, "");  // credentials given but not active
+    EXPECT_FALSE(plain.tls.use_tls);
+
+    const auto authed = convert(with(common(), {{"credentials.user_credentials.active", "yes"}}));
+    EXPECT_EQ(authed.connection.username, "alice");
+    EXPECT_EQ(authed.connection.password.plain(), "pw");
+
+    // TLS off: nothing else is looked at.
+    const auto off = convert(with(common(), {{"credentials.tls.server_auth_active", "yes"}}));
+    EXPECT_FALSE(off.tls.use_tls);
+
+    const settings_map tls_on = with(common(), {{"credentials.tls.active", "yes"}});
+    EXPECT_EQ(outcome([&] {
+                  convert(with(tls_on, {{"credentials.tls.server_auth_active", "yes"}}));
+              }),
+              "error.server_authentication_activated_but_ca_is_empty: Server Authentification is "
+              "activated, but CA "
+              "certificate is empty.");
+    EXPECT_EQ(outcome([&] {
+                  convert(with(tls_on, {{"credentials.tls.client_auth_active", "yes"}}));
+              }),
+              "error.client_authentication_activated_but_certificate_is_empty: Client "
+              "Authentification is "
+              "activated, but client certificate is empty.");
+
+    // The CA is taken only with server authentication; an empty client key passes on as it is.
+    const auto ca_unused = convert(with(tls_on, {{"credentials.tls.ca_certificate", "CA"}}));
+    EXPECT_TRUE(ca_unused.tls.use_tls);
+    EXPECT_EQ(ca_unused.tls.ca_certificate, "");
+    const auto full = convert(with(tls_on, {{"credentials.tls.server_auth_active", "yes"},
+                                            {"credentials.tls.ca_certificate", "CA"},
+                                            {"credentials.tls.client_auth_active", "yes"},
+                                            {"credentials.tls.client_certificate", "CERT"},
+                                            {"credentials.tls.client_key_password", "kp"}}));
+    EXPECT_EQ(full.tls.ca_certificate, "CA");
+    EXPECT_EQ(full.tls.client_certificate, "CERT");
+    EXPECT_EQ(full.tls.client_key, "");
+    EXPECT_EQ(full.tls.client_key_password.plain(), "kp");
+}
+
+TEST(settings_conversion, notification_uses_its_own_connection_group) {
+    const auto c =
+        s::to_client_settings(s::mqtt_notification(sensor_data_wrapper("x", notification())), 9);
+    EXPECT_EQ(c.connection.client_id, "notifier");
+    EXPECT_EQ(c.connection.client_id_suffix_length, 0);
+    EXPECT_EQ(c.connection.connect_timeout, 9u);
+    EXPECT_FALSE(c.session.automatic_reconnect);
+}
+
+TEST(settings_expansion, sensorid_is_replaced_everywhere_and_logged) {
+    lg::memory_logger log;
+    EXPECT_EQ(s::expand_sensorid("KESH/roundtrip/%sensorid", 1234, log), "KESH/roundtrip/1234");
+    EXPECT_EQ(s::expand_sensorid("%sensorid-%sensorid", 7, log), "7-7");
+    EXPECT_EQ(s::expand_sensorid("plain/topic", 7, log), "plain/topic");
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[0].second, "Expanding string: KESH/roundtrip/%sensorid");
+    EXPECT_EQ(lines[1].second, "Expanded string: KESH/roundtrip/1234");
+}
+
+TEST(subscribe_custom_settings, channels_and_options) {
+    const auto ok = s::subscribe_custom_sensor(sensor_data_wrapper("x", subscribe_custom()));
+    EXPECT_FALSE(ok.channels[0].enabled.has_value());
+    EXPECT_TRUE(ok.channels[0].active());
+    EXPECT_FALSE(ok.channels[1].active());
+    EXPECT_EQ(ok.topic, "plant/#");
+    EXPECT_EQ(ok.message_path, "");
+
+    const std::string p = "subscribe_custom.connection_subscribe_custom.";
+    const auto enabled = s::subscribe_custom_sensor(sensor_data_wrapper(
+        "x", with(subscribe_custom(), {{p + "channel4", "enable"},
+                                       {p + "channel4_type", "delta_counter"},
+                                       {p + "channel4_scale_factor", "0.5"},
+                                       {p + "retain_last_message", "retain"}})));
+    EXPECT_TRUE(enabled.channels[3].active());
+    EXPECT_EQ(enabled.channels[3].type, s::channel_type::delta_counter);
+    EXPECT_DOUBLE_EQ(enabled.channels[3].scale_factor, 0.5);
+    EXPECT_EQ(enabled.retain_last_message, s::retain_last_message::retain);
+
+    const std::string selection = "libtavohelper.error.setting_selection_parse_error: ";
+    struct row {
+        settings_map changes;
+        std::string expected;
+    };
+    const row rows[] = {
+        {{{p + "channel2", "Enable"}},
+         selection + "Value \"Enable\" could not be parsed into selection type \"channel\"."},
+        {{{p + "channel3_type", "float"}},  // a disabled channel must still parse
+         selection + "Value \"float\" could not be parsed into selection type \"channel_type\"."},
+        {{{p + "duration_since_last_message", "on"}},
+         selection + "Value \"on\" could not be parsed into selection type "
+                     "\"duration_since_last_message\"."},
+        {{{p + "retain_last_message", ""}},
+         selection + "Value \"\" could not be parsed into selection type \"retain_last_message\"."},
+        {{{p + "channel1_name", std::string(32, 'n')}}, "ok"},
+        {{{p + "channel1_name", std::string(33, 'n')}},
+         "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
+         "the maximum "
+         "allowed length of 32."},
+        {{{p + "channel5_unit", std::string(33, 'u')}},
+         "libtavohelper.error.string_too_long: channel5_unit's value with length 33 is longer than "
+         "the maximum "
+         "allowed length of 32."},
+        {{{p + "channel1_scale_factor", ""}}, "std: bad optional access"},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.changes.begin()->first);
+        EXPECT_EQ(outcome(read<s::subscribe_custom_sensor>(with(subscribe_custom(), r.changes))),
+                  r.expected);
+    }
+}
+
+}  // namespace
