@@ -1,0 +1,250 @@
+#include "mqtt/sensors/testing/module_host.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace module_testing {
+
+namespace {
+
+settings_map common(int port) {
+    return {{"host", "127.0.0.1"},
+            {"logging", "disabled"},
+            {"interval", "60"},
+            {"timeout", "5"},
+            {"corvaniscloudapikey", ""},
+            {"ipversion", "IPv4"},
+            {"credentials.user_credentials.active", "no"},
+            {"credentials.user_credentials.user", ""},
+            {"credentials.user_credentials.password", ""},
+            {"credentials.connection_mqtt.port", std::to_string(port)},
+            {"credentials.tls.active", "no"},
+            {"credentials.tls.server_auth_active", "no"},
+            {"credentials.tls.ca_certificate", ""},
+            {"credentials.tls.client_auth_active", "no"},
+            {"credentials.tls.client_certificate", ""},
+            {"credentials.tls.client_key", ""},
+            {"credentials.tls.client_key_password", ""}};
+}
+
+void add_kind_defaults(const std::string& kind, int port, settings_map& m) {
+    if (kind == "roundtrip_sensor") {
+        m["roundtrip.connection_roundtrip.topic"] = "KESH/roundtrip/%sensorid";
+        m["roundtrip.connection_roundtrip.use_custom_settings"] = "no";
+        m["roundtrip.connection_roundtrip.client_id"] = "KESH_%sensorid";
+    } else if (kind == "statistics_sensor") {
+        m["statistics.connection_statistics.topic"] = "#";
+    } else if (kind == "subscribe_custom_sensor") {
+        const std::string p = "subscribe_custom.connection_subscribe_custom.";
+        for (int n = 1; n <= 10; ++n) {
+            const auto c = p + "channel" + std::to_string(n);
+            if (n > 1) m[c] = "disable";
+            m[c + "_jsonpath"] = "";
+            m[c + "_name"] = "";
+            m[c + "_unit"] = "";
+            m[c + "_type"] = "absolute_float";
+            m[c + "_scale_factor"] = "1";
+        }
+        m[p + "topic"] = "#";
+        m[p + "duration_since_last_message"] = "disable";
+        m[p + "retain_last_message"] = "dismiss";
+        m[p + "message_path"] = "";
+    } else if (kind == "mqtt_notification") {
+        m["connection.host"] = "127.0.0.1";
+        m["connection.port"] = std::to_string(port);
+        m["connection.client_id"] = "module-test-notifier";
+    }
+}
+
+bool is_secret(const std::string& key) {
+    const auto ends = [&](const std::string& s) {
+        return key.size() >= s.size() && key.compare(key.size() - s.size(), s.size(), s) == 0;
+    };
+    return ends("password") || ends("apikey");
+}
+
+}  // namespace
+
+wire::SettingsBlock settings_block(const std::string& kind, int port,
+                                   const settings_map& overrides) {
+    auto m = common(port);
+    add_kind_defaults(kind, port, m);
+    for (const auto& [k, v] : overrides) m[k] = v;
+    wire::SettingsBlock block;
+    block.set_kind(kind);
+    for (const auto& [k, v] : m) {
+        (*(is_secret(k) ? block.mutable_secure_settings() : block.mutable_settings()))[k] = v;
+    }
+    return block;
+}
+
+module_host::module_host() {
+    handle_ = dlopen(MQTT_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+    if (handle_ == nullptr) {
+        ADD_FAILURE() << dlerror();
+        return;
+    }
+    const auto resolve = [this](auto& f, const char* name) {
+        f = reinterpret_cast<std::remove_reference_t<decltype(f)>>(dlsym(handle_, name));
+        if (f == nullptr) ADD_FAILURE() << "missing export " << name;
+    };
+    resolve(initialize_, "InitializeModule");
+    resolve(cleanup_, "CleanupModule");
+    resolve(create_, "CreateSensorInstance");
+    resolve(scan_, "ExecuteSensorScan");
+    resolve(destroy_, "DestroySensorInstance");
+    resolve(meta_scan_, "ExecuteMetaScan");
+    resolve(check_, "ExecuteCheck");
+    EXPECT_EQ(initialize_(reinterpret_cast<uint64_t>(this), &module_host::callback), 0);
+}
+
+module_host::~module_host() {
+    if (handle_ != nullptr) {
+        cleanup_();
+        dlclose(handle_);
+    }
+}
+
+void module_host::callback(uint64_t context, const void* bytes, uint32_t size) {
+    auto* self = reinterpret_cast<module_host*>(context);
+    wire::ModuleMessage message;
+    if (!message.ParseFromArray(bytes, static_cast<int>(size))) {
+        ADD_FAILURE() << "undecodable module message of " << size << " bytes";
+        return;
+    }
+    {
+        std::lock_guard lock(self->mutex_);
+        self->messages_.push_back(std::move(message));
+        ++self->arrivals_;
+    }
+    self->arrived_.notify_all();
+}
+
+namespace {
+template <class F>
+int with_bytes(const wire::SettingsBlock& block, F&& f) {
+    const auto bytes = block.SerializeAsString();
+    return f(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+}  // namespace
+
+int module_host::create(int id, const wire::SettingsBlock& block) {
+    return with_bytes(block, [&](const void* d, uint32_t n) { return create_(id, d, n); });
+}
+int module_host::scan(int id) {
+    return scan_(id);
+}
+int module_host::destroy(int id) {
+    return destroy_(id);
+}
+int module_host::check(int id, const wire::SettingsBlock& block) {
+    return with_bytes(block, [&](const void* d, uint32_t n) { return check_(id, d, n); });
+}
+int module_host::meta_scan(int id, unsigned selector, const wire::SettingsBlock& block) {
+    return with_bytes(block,
+                      [&](const void* d, uint32_t n) { return meta_scan_(id, selector, d, n); });
+}
+void module_host::set_log_threshold(int threshold) {
+    wire::SettingsBlock block;
+    block.set_log_threshold(threshold);
+    EXPECT_EQ(meta_scan(0, 2, block), 0);
+}
+
+std::vector<wire::ModuleMessage> module_host::messages() {
+    std::lock_guard lock(mutex_);
+    return messages_;
+}
+
+std::vector<wire::ScanResult> module_host::scan_results(int sensor_id) {
+    std::vector<wire::ScanResult> out;
+    for (const auto& m : messages())
+        if (m.has_scan_result() && m.scan_result().sensor_id() == sensor_id)
+            out.push_back(m.scan_result());
+    return out;
+}
+
+wire::ScanResult module_host::last_scan_result(int sensor_id) {
+    const auto all = scan_results(sensor_id);
+    if (all.empty()) {
+        ADD_FAILURE() << "no scan result for sensor " << sensor_id;
+        return {};
+    }
+    return all.back();
+}
+
+std::vector<wire::CheckResult> module_host::check_results() {
+    std::vector<wire::CheckResult> out;
+    for (const auto& m : messages())
+        if (m.has_check_result()) out.push_back(m.check_result());
+    return out;
+}
+
+std::vector<wire::NotificationResponse> module_host::notification_responses() {
+    std::vector<wire::NotificationResponse> out;
+    for (const auto& m : messages())
+        if (m.has_notification_response()) out.push_back(m.notification_response());
+    return out;
+}
+
+std::map<std::string, std::string> module_host::persisted(int sensor_id) {
+    std::map<std::string, std::string> out;
+    for (const auto& m : messages())
+        if (m.has_persistent_data() && m.persistent_data().sensor_id() == sensor_id)
+            out[m.persistent_data().key()] = m.persistent_data().value();
+    return out;
+}
+
+std::vector<std::string> module_host::log_texts() {
+    std::vector<std::string> out;
+    for (const auto& m : messages())
+        if (m.has_log()) out.push_back(m.log().line().text());
+    return out;
+}
+
+void module_host::clear() {
+    std::lock_guard lock(mutex_);
+    messages_.clear();
+}
+
+bool module_host::wait_for(const std::function<bool(const std::vector<wire::ModuleMessage>&)>& pred,
+                           std::chrono::milliseconds timeout) {
+    // The predicate runs on a snapshot with the lock released, so it may call back
+    // into the host (log_texts(), scan(), ...) without deadlocking.
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        std::vector<wire::ModuleMessage> snapshot;
+        std::size_t seen = 0;
+        {
+            std::lock_guard lock(mutex_);
+            snapshot = messages_;
+            seen = arrivals_;
+        }
+        if (pred(snapshot)) return true;
+        std::unique_lock lock(mutex_);
+        const bool more = arrived_.wait_until(lock, deadline, [&] { return arrivals_ != seen; });
+        if (!more) {
+            lock.unlock();
+            return pred(messages());
+        }
+    }
+}
+
+bool has_value(const wire::ScanResult& result, int channel_id) {
+    for (const auto& v : result.values())
+        if (v.id() == channel_id) return true;
+    return false;
+}
+
+double value_of(const wire::ScanResult& result, int channel_id) {
+    for (const auto& v : result.values()) {
+        if (v.id() == channel_id) {
+            return v.value_case() == wire::ChannelValue::kFloat ? v.float_()
+                                                                : static_cast<double>(v.integer());
+        }
+    }
+    return std::nan("");
+}
+
+}  // namespace module_testing

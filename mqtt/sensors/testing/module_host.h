@@ -1,0 +1,79 @@
+#pragma once
+// An in-process host for end-to-end tests: loads the built module with dlopen and
+// talks to it only through the ten exports and the callback, as a real host does.
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "module/mqtt_module.h"
+#include "tavo.pb.h"
+
+namespace module_testing {
+
+namespace wire = corvanis::tavo::wire;
+using settings_map = std::map<std::string, std::string>;
+
+// The settings a host form would send for `kind` ("statistics_sensor",
+// "roundtrip_sensor", "subscribe_custom_sensor", "mqtt_connect_check",
+// "mqtt_notification"), with the broker at 127.0.0.1:`port`, then `overrides`.
+// Keys whose last part is "password" or "apikey" go into the secret map.
+wire::SettingsBlock settings_block(const std::string& kind, int port,
+                                   const settings_map& overrides = {});
+
+class module_host {
+  public:
+    // Loads MQTT_MODULE_PATH and initialises it; fails the test on error.
+    module_host();
+    ~module_host();
+    module_host(const module_host&) = delete;
+    module_host& operator=(const module_host&) = delete;
+
+    int create(int id, const wire::SettingsBlock& block);
+    int scan(int id);
+    int destroy(int id);
+    int check(int id, const wire::SettingsBlock& block);
+    int meta_scan(int id, unsigned selector, const wire::SettingsBlock& block);
+    void set_log_threshold(int threshold);
+
+    // Messages received so far, in arrival order.
+    std::vector<wire::ModuleMessage> messages();
+    std::vector<wire::ScanResult> scan_results(int sensor_id);
+    // The newest scan result of the sensor; fails the test when there is none.
+    wire::ScanResult last_scan_result(int sensor_id);
+    std::vector<wire::CheckResult> check_results();
+    std::vector<wire::NotificationResponse> notification_responses();
+    std::map<std::string, std::string> persisted(int sensor_id);  // newest value per key
+    std::vector<std::string> log_texts();
+    void clear();
+    // Waits until pred holds for the messages received so far, or the timeout passes.
+    bool wait_for(const std::function<bool(const std::vector<wire::ModuleMessage>&)>& pred,
+                  std::chrono::milliseconds timeout);
+
+  private:
+    static void callback(uint64_t context, const void* bytes, uint32_t size);
+
+    void* handle_ = nullptr;
+    decltype(&InitializeModule) initialize_ = nullptr;
+    decltype(&CleanupModule) cleanup_ = nullptr;
+    decltype(&CreateSensorInstance) create_ = nullptr;
+    decltype(&ExecuteSensorScan) scan_ = nullptr;
+    decltype(&DestroySensorInstance) destroy_ = nullptr;
+    decltype(&ExecuteMetaScan) meta_scan_ = nullptr;
+    decltype(&ExecuteCheck) check_ = nullptr;
+
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<wire::ModuleMessage> messages_;  // guarded by mutex_
+    std::size_t arrivals_ = 0;                   // guarded by mutex_; survives clear()
+};
+
+// A channel's value as a double, whichever kind it was sent as; NaN when absent.
+double value_of(const wire::ScanResult& result, int channel_id);
+bool has_value(const wire::ScanResult& result, int channel_id);
+
+}  // namespace module_testing
