@@ -22,8 +22,6 @@ endif()
 if(_san)
   target_compile_options(project_flags INTERFACE ${_san})
   target_link_options(project_flags INTERFACE ${_san})
-  # Sanitizer runtimes must see every allocation, including those of shared libraries we link.
-  set(CMAKE_SHARED_LINKER_FLAGS "${CMAKE_SHARED_LINKER_FLAGS} ${_san}" PARENT_SCOPE)
 endif()
 
 # Adds a GoogleTest binary whose cases are registered with CTest. LABEL is

@@ -8,7 +8,10 @@
 #include "libparser/errors.h"
 #include "libregex/regex_errors.h"
 #include "libtavohelper/errors.h"
+#include "libtimeutils/errors.h"
 #include "module/description/description.h"
+#include "mqtt/exceptions.h"
+#include "mqtt/sensors/channels.h"
 
 namespace corvanis::monitoring_modules::mqtt {
 namespace {
@@ -27,6 +30,9 @@ const std::pair<const char*, message_table> tables[] = {
     {"libparser", &libparser::messages::all},
     {"libjsonparser", &libjsonparser::messages::all},
     {"libregex", &libregex::messages::all},
+    {"libtimeutils", &libtimeutils::messages::all},
+    {"mqtt client", &messages::all},
+    {"mqtt sensors", &messages::sensor_messages},
 };
 // clang-format on
 
