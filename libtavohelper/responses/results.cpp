@@ -1,5 +1,7 @@
 #include "libtavohelper/responses/results.h"
 
+#include <limits>
+
 #include "libtavohelper/errors.h"
 #include "libtavohelper/wire_convert.h"
 
@@ -29,7 +31,7 @@ void sensor_scan_result::set(int channel, channel_value value, channels::value_m
     if (!channels_) {
         throw channel_error(messages::channel_map_not_initialized());
     }
-    if (channels::mode_of(channels_->definition(channel).kind) != mode) {
+    if (channels::mode_of(channels_->kind_of(channel)) != mode) {
         const bool integer = mode == channels::value_mode::integer;
         throw channel_error(messages::invalid_channel_mode()(integer ? "integer" : "float",
                                                              integer ? "integer" : "float"));
@@ -38,16 +40,15 @@ void sensor_scan_result::set(int channel, channel_value value, channels::value_m
 }
 
 std::vector<char> sensor_scan_result::serialize() const {
-    wire::ModuleMessage message;
-    auto* out = message.mutable_scan_result();
-    out->set_sensor_id(id_);
-    out->set_response_code(static_cast<int>(response_code_));
-    out->set_error_code(error_code_);
+    wire::ScanResult out;
+    out.set_sensor_id(id_);
+    out.set_response_code(static_cast<int>(response_code_));
+    out.set_error_code(error_code_);
     if (!message_.empty()) {
-        to_wire(message_, *out->mutable_message());
+        to_wire(message_, *out.mutable_message());
     }
     for (const auto& [channel, value] : values_) {
-        auto* v = out->add_values();
+        auto* v = out.add_values();
         v->set_id(channel);
         if (const auto* i = std::get_if<std::int64_t>(&value)) {
             v->set_integer(*i);
@@ -55,20 +56,31 @@ std::vector<char> sensor_scan_result::serialize() const {
             v->set_float_(std::get<double>(value));
         }
     }
-    if (channels_) {
-        for (const auto& channel : channels_->definitions()) {
-            const auto& o = channel.options();
-            auto* d = out->add_definitions();
-            d->set_id(channel.id());
-            d->set_key(o.key);
-            d->set_name(o.name);
-            d->set_unit(o.unit);
-            d->set_kind(static_cast<wire::ChannelKind>(o.kind));
-            d->set_scale_factor(o.scale_factor);
-            d->set_lookup(o.lookup);
-        }
+    // Protobuf merges repeated fields appended to a message, so the cached definition
+    // bytes follow the freshly encoded part inside one ModuleMessage.scan_result field.
+    const auto definitions = channels_ ? channels_->encoded_definitions() : nullptr;
+    const std::size_t head = out.ByteSizeLong();
+    const std::size_t body = head + (definitions ? definitions->size() : 0);
+    if (body > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        throw utils::exceptions::message_error(messages::message_serialization_failed());
     }
-    return serialize_envelope(message);
+    constexpr std::uint8_t scan_result_tag = (2 << 3) | 2;  // field 2, length-delimited
+    std::vector<char> bytes;
+    bytes.reserve(1 + 5 + body);
+    bytes.push_back(static_cast<char>(scan_result_tag));
+    for (auto n = static_cast<std::uint32_t>(body);; n >>= 7) {
+        if (n < 0x80) {
+            bytes.push_back(static_cast<char>(n));
+            break;
+        }
+        bytes.push_back(static_cast<char>((n & 0x7f) | 0x80));
+    }
+    const auto offset = bytes.size();
+    bytes.resize(offset + head);
+    // ByteSizeLong() above cached the sizes; no second pass over the values.
+    out.SerializeWithCachedSizesToArray(reinterpret_cast<std::uint8_t*>(bytes.data() + offset));
+    if (definitions) bytes.insert(bytes.end(), definitions->begin(), definitions->end());
+    return bytes;
 }
 
 void sensor_scan_result::fill_from_buffer(const std::vector<char>& buffer) {

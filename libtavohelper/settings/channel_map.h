@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -24,11 +25,16 @@ class channel_map {
     bool is_known_to_runtime(const int& id) const;
     // Throws channel_not_defined.
     channels::dynamic_channel_options definition(int id) const;
+    channels::channel_kind kind_of(int id) const;
     std::vector<channels::dynamic_channel> definitions() const;
+    // The definitions as a scan result carries them on the wire (repeated field bytes),
+    // encoded once per change: every scan sends them, and they rarely change.
+    std::shared_ptr<const std::string> encoded_definitions() const;
 
   private:
     mutable std::mutex mutex_;
     std::map<int, channels::dynamic_channel_options> channels_;  // guarded by mutex_
+    mutable std::shared_ptr<const std::string> encoded_;         // guarded by mutex_
     std::set<int> known_;
 };
 

@@ -57,6 +57,27 @@ TEST(wire, scan_result_round_trips_through_its_bytes) {
     EXPECT_THROW(restored.fill_from_buffer({'x'}), th::utils::exceptions::message_error);
 }
 
+// Definitions are encoded once and reused; a channel added later must still reach the host,
+// and a result large enough for a multi-byte length must stay decodable.
+TEST(wire, definitions_follow_the_channel_map_as_it_grows) {
+    auto map = two_channels();
+    th::responses::sensor_scan_result first(1, map);
+    first.set_value(0, 1L);
+    EXPECT_EQ(decode(first.serialize()).scan_result().definitions_size(), 2);
+
+    for (int id = 2; id < 40; ++id) {
+        map->register_definition({id, {.key = "channel.channel_1", .name = std::string(20, 'n')}});
+    }
+    th::responses::sensor_scan_result second(1, map);
+    second.set_value(39, 7L);
+    second.set_response_message(th::messages::setting_invalid()(std::string(300, 'x'), "why"));
+    const auto r = decode(second.serialize()).scan_result();
+    ASSERT_EQ(r.definitions_size(), 40);
+    EXPECT_EQ(r.definitions(39).id(), 39);
+    EXPECT_EQ(r.values(0).integer(), 7);
+    EXPECT_EQ(r.message().args(0).size(), 300u);
+}
+
 TEST(wire, set_value_enforces_the_channel_mode) {
     th::responses::sensor_scan_result result(1, two_channels());
     const auto key_of = [](auto&& f) {
