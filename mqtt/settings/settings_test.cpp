@@ -7,72 +7,34 @@
 #include "mqtt/exceptions.h"
 #include "mqtt/settings/connection_settings.h"
 #include "mqtt/settings/subscribe_custom_settings.h"
+#include "mqtt/settings/testing/sample_settings.h"
 
 namespace s = corvanis::monitoring_modules::mqtt::settings;
 namespace lg = corvanis::monitoring_modules::liblog;
+using corvanis::monitoring_modules::mqtt::testing::sample_settings;
+using corvanis::monitoring_modules::mqtt::testing::settings_map;
+using corvanis::monitoring_modules::mqtt::testing::with;
 using s::sensor_data_wrapper;
-using settings_map = std::map<std::string, std::string>;
 
 namespace {
 
 settings_map common() {
-    return {{"host", "broker"},
-            {"logging", "disabled"},
-            {"interval", "60"},
-            {"timeout", "5"},
-            {"corvaniscloudapikey", ""},
-            {"ipversion", "IPv4"},
-            {"credentials.user_credentials.active", "no"},
-            {"credentials.user_credentials.user", "alice"},
-            {"credentials.user_credentials.password", "pw"},
-            {"credentials.connection_mqtt.port", "1883"},
-            {"credentials.tls.active", "no"},
-            {"credentials.tls.server_auth_active", "no"},
-            {"credentials.tls.ca_certificate", ""},
-            {"credentials.tls.client_auth_active", "no"},
-            {"credentials.tls.client_certificate", ""},
-            {"credentials.tls.client_key", ""},
-            {"credentials.tls.client_key_password", ""}};
+    return with(sample_settings("mqtt_connect_check"),
+                {{"host", "broker"},
+                 {"credentials.user_credentials.user", "alice"},
+                 {"credentials.user_credentials.password", "pw"}});
 }
-
 settings_map roundtrip() {
-    auto m = common();
-    m["roundtrip.connection_roundtrip.topic"] = "KESH/roundtrip/%sensorid";
-    m["roundtrip.connection_roundtrip.use_custom_settings"] = "no";
-    m["roundtrip.connection_roundtrip.client_id"] = "KESH_%sensorid";
-    return m;
+    return with(sample_settings("roundtrip_sensor"), common());
 }
-
 settings_map subscribe_custom() {
-    auto m = common();
     const std::string p = "subscribe_custom.connection_subscribe_custom.";
-    for (int n = 1; n <= 10; ++n) {
-        const auto c = p + "channel" + std::to_string(n);
-        if (n > 1) m[c] = "disable";
-        m[c + "_jsonpath"] = n == 1 ? "$.t" : "";
-        m[c + "_name"] = "Channel " + std::to_string(n);
-        m[c + "_unit"] = "";
-        m[c + "_type"] = "absolute_float";
-        m[c + "_scale_factor"] = "1";
-    }
-    m[p + "topic"] = "plant/#";
-    m[p + "duration_since_last_message"] = "disable";
-    m[p + "retain_last_message"] = "dismiss";
-    m[p + "message_path"] = "";
-    return m;
+    return with(sample_settings("subscribe_custom_sensor"),
+                {{p + "channel1_jsonpath", "$.t"}, {p + "topic", "plant/#"}});
 }
-
 settings_map notification() {
-    auto m = common();
-    m["connection.host"] = "broker";
-    m["connection.port"] = "1883";
-    m["connection.client_id"] = "notifier";
-    return m;
-}
-
-settings_map with(settings_map m, const settings_map& changes) {
-    for (const auto& [k, v] : changes) m[k] = v;
-    return m;
+    return with(sample_settings("mqtt_notification"),
+                {{"connection.host", "broker"}, {"connection.client_id", "notifier"}});
 }
 
 // "ok", or the failing message's key and English text.

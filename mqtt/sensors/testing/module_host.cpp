@@ -5,73 +5,22 @@
 
 #include <cmath>
 
+#include "mqtt/settings/testing/sample_settings.h"
+
 namespace module_testing {
 
 namespace {
 
-settings_map common(int port) {
-    return {{"host", "127.0.0.1"},
-            {"logging", "disabled"},
-            {"interval", "60"},
-            {"timeout", "5"},
-            {"corvaniscloudapikey", ""},
-            {"ipversion", "IPv4"},
-            {"credentials.user_credentials.active", "no"},
-            {"credentials.user_credentials.user", ""},
-            {"credentials.user_credentials.password", ""},
-            {"credentials.connection_mqtt.port", std::to_string(port)},
-            {"credentials.tls.active", "no"},
-            {"credentials.tls.server_auth_active", "no"},
-            {"credentials.tls.ca_certificate", ""},
-            {"credentials.tls.client_auth_active", "no"},
-            {"credentials.tls.client_certificate", ""},
-            {"credentials.tls.client_key", ""},
-            {"credentials.tls.client_key_password", ""}};
-}
-
-void add_kind_defaults(const std::string& kind, int port, settings_map& m) {
-    if (kind == "roundtrip_sensor") {
-        m["roundtrip.connection_roundtrip.topic"] = "KESH/roundtrip/%sensorid";
-        m["roundtrip.connection_roundtrip.use_custom_settings"] = "no";
-        m["roundtrip.connection_roundtrip.client_id"] = "KESH_%sensorid";
-    } else if (kind == "statistics_sensor") {
-        m["statistics.connection_statistics.topic"] = "#";
-    } else if (kind == "subscribe_custom_sensor") {
-        const std::string p = "subscribe_custom.connection_subscribe_custom.";
-        for (int n = 1; n <= 10; ++n) {
-            const auto c = p + "channel" + std::to_string(n);
-            if (n > 1) m[c] = "disable";
-            m[c + "_jsonpath"] = "";
-            m[c + "_name"] = "";
-            m[c + "_unit"] = "";
-            m[c + "_type"] = "absolute_float";
-            m[c + "_scale_factor"] = "1";
-        }
-        m[p + "topic"] = "#";
-        m[p + "duration_since_last_message"] = "disable";
-        m[p + "retain_last_message"] = "dismiss";
-        m[p + "message_path"] = "";
-    } else if (kind == "mqtt_notification") {
-        m["connection.host"] = "127.0.0.1";
-        m["connection.port"] = std::to_string(port);
-        m["connection.client_id"] = "module-test-notifier";
-    }
-}
-
 bool is_secret(const std::string& key) {
-    const auto ends = [&](const std::string& s) {
-        return key.size() >= s.size() && key.compare(key.size() - s.size(), s.size(), s) == 0;
-    };
-    return ends("password") || ends("apikey");
+    return key.ends_with("password") || key.ends_with("apikey");
 }
 
 }  // namespace
 
 wire::SettingsBlock settings_block(const std::string& kind, int port,
                                    const settings_map& overrides) {
-    auto m = common(port);
-    add_kind_defaults(kind, port, m);
-    for (const auto& [k, v] : overrides) m[k] = v;
+    const auto m = corvanis::monitoring_modules::mqtt::testing::with(
+        corvanis::monitoring_modules::mqtt::testing::sample_settings(kind, port), overrides);
     wire::SettingsBlock block;
     block.set_kind(kind);
     for (const auto& [k, v] : m) {
