@@ -202,38 +202,6 @@ const char* severity_name(int severity) {
     return severity >= 0 && severity <= 7 ? names[severity] : "log";
 }
 
-std::string json_quote(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (static_cast<unsigned char>(c) < 0x20) {
-                    char buffer[8];
-                    std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(c));
-                    out += buffer;
-                } else {
-                    out += c;
-                }
-        }
-    }
-    return out + "\"";
-}
-
 std::string json_line(const scan_view& scan) {
     std::string out = "{\"type\":\"scan_result\",\"sensor_id\":" + std::to_string(scan.sensor_id) +
                       ",\"kind\":" + json_quote(scan.kind) +

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/description.h"
+#include "libtavohelper/json_text.h"
 #include "tavo.pb.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -52,7 +53,7 @@ const char* severity_name(int severity);
 std::string json_line(const scan_view& scan);
 std::string json_line(const tavo::wire::CheckResult& check);
 std::string json_line(const tavo::wire::NotificationResponse& response);
-std::string json_quote(const std::string& text);
+using libtavohelper::json_quote;
 
 struct table_style {
     bool color = false;
