@@ -1,15 +1,53 @@
 #include <gtest/gtest.h>
 
+#include <mutex>
+#include <thread>
+
 #include "libtavohelper/module/logs.h"
 #include "libtavohelper/module/module_instance.h"
 #include "libtavohelper/settings/kinds.h"
-#include "libtavohelper/tests/test_host.h"
+#include "tavo.pb.h"
 
 namespace th = corvanis::monitoring_modules::libtavohelper;
 namespace lg = corvanis::monitoring_modules::liblog;
+namespace wire = corvanis::tavo::wire;
 using th::settings::sensor_data_wrapper;
+using message = wire::ModuleMessage;
+using strings = std::vector<std::string>;
 
 namespace {
+
+// The host side of the callback: every message the module sent, decoded.
+struct inbox {
+    std::mutex mutex;
+    std::vector<message> messages;
+
+    static void callback(std::uint64_t context, const void* bytes, std::uint32_t size) {
+        auto* self = reinterpret_cast<inbox*>(context);
+        message m;
+        ASSERT_TRUE(m.ParseFromArray(bytes, static_cast<int>(size)));
+        std::lock_guard lock(self->mutex);
+        self->messages.push_back(std::move(m));
+    }
+    std::vector<message> take(message::BodyCase body) {
+        std::lock_guard lock(mutex);
+        std::vector<message> out;
+        for (const auto& m : messages)
+            if (m.body_case() == body) out.push_back(m);
+        return out;
+    }
+    // The failure key of each answer of that kind ("" for none), in order.
+    strings keys(message::BodyCase body) {
+        strings out;
+        for (const auto& m : take(body)) {
+            out.push_back(body == message::kScanResult ? m.scan_result().message().key()
+                          : body == message::kCheckResult
+                              ? m.check_result().message().key()
+                              : m.notification_response().message().key());
+        }
+        return out;
+    }
+};
 
 struct counter_settings {
     explicit counter_settings(const sensor_data_wrapper& data)
@@ -19,7 +57,7 @@ struct counter_settings {
     std::int64_t step;
 };
 
-// Counts by its step at each scan; fails the scan when asked to.
+// Counts by its step at each scan; the third scan throws a plain exception.
 class counter_sensor : public th::sensors::sensor_base<counter_settings> {
   public:
     counter_sensor(int id, const sensor_data_wrapper& data,
@@ -50,42 +88,42 @@ class ok_check : public th::checks::check_base<counter_settings> {
         : check_base(id, data, std::move(c), {"Check", "1.0"}) {}
     th::responses::check_result work() override {
         th::responses::check_result r(get_id());
-        r.set_success(settings().step == 1);
+        r.set_success(true);
         return r;
     }
 };
 
-class echo_notification : public th::notifications::service_interface {
+class quiet_notification : public th::notifications::service_interface {
   public:
-    explicit echo_notification(std::shared_ptr<th::module::service_container>) {}
-    void send_notification(const th::notifications::request& req, const sensor_data_wrapper&,
-                           const std::shared_ptr<lg::log_interface>& log) override {
-        log->log(lg::severity::debug, "to " + req.get_target() + ": " + req.get_message());
-        if (req.get_target().empty()) throw std::runtime_error("no target");
-    }
+    explicit quiet_notification(std::shared_ptr<th::module::service_container>) {}
+    void send_notification(const th::notifications::request&, const sensor_data_wrapper&,
+                           const std::shared_ptr<lg::log_interface>&) override {}
 };
 
 class test_module : public th::module::module_instance {
   public:
-    explicit test_module(test_host::inbox& inbox)
-        : module_instance(inbox.context(), &test_host::inbox::callback) {
+    explicit test_module(inbox& box)
+        : module_instance(reinterpret_cast<std::uint64_t>(&box), &inbox::callback) {
         dispatcher()->register_sensor_as<counter_sensor>("counter");
         dispatcher()->register_check_as<ok_check>("ok_check");
-        dispatcher()->register_notification_as<echo_notification>("echo");
+        dispatcher()->register_notification_as<quiet_notification>("quiet");
         th::module::register_runtime_log(container());
         th::module::register_sensor_log(container());
     }
     std::string get_module_information() override { return "{}"; }
 };
 
-sensor_data_wrapper block(std::string kind, std::map<std::string, std::string> settings) {
-    return sensor_data_wrapper(std::move(kind), std::move(settings));
-}
+class sensor_dispatcher : public ::testing::Test {
+  protected:
+    static sensor_data_wrapper block(std::string kind, std::map<std::string, std::string> s) {
+        return {std::move(kind), std::move(s)};
+    }
+    inbox box;
+    test_module module{box};
+    th::module::sensor_dispatcher& d = *module.dispatcher();
+};
 
-TEST(sensor_dispatcher, lifecycle_result_codes) {
-    test_host::inbox inbox;
-    test_module m(inbox);
-    auto& d = *m.dispatcher();
+TEST_F(sensor_dispatcher, lifecycle_result_codes_and_why_creation_failed) {
     EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), th::module::dispatch_unknown_kind);
     EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})),
               th::module::dispatch_creation_failed);
@@ -101,112 +139,86 @@ TEST(sensor_dispatcher, lifecycle_result_codes) {
     EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_ok);
     EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_unknown_id);
 
-    // Each failed creation told the host why, by key.
-    const auto results = inbox.scan_results();
-    ASSERT_EQ(results.size(), 3u);
-    EXPECT_EQ(results[0].message().key(), "libtavohelper.error.sensor_registry");
-    EXPECT_EQ(results[1].message().key(), "libtavohelper.error.setting_not_available");
-    EXPECT_EQ(results[1].message().text(), "The setting \"step\" was not available.");
-    EXPECT_EQ(results[2].message().key(), "libtavohelper.error.setting_invalid_less_min");
-    for (const auto& r : results) EXPECT_EQ(r.response_code(), 3);
+    ASSERT_EQ(
+        box.keys(message::kScanResult),
+        (strings{"libtavohelper.error.sensor_registry", "libtavohelper.error.setting_not_available",
+                 "libtavohelper.error.setting_invalid_less_min"}));
+    const auto results = box.take(message::kScanResult);
+    EXPECT_EQ(results[1].scan_result().message().text(), "The setting \"step\" was not available.");
+    for (const auto& r : results) EXPECT_EQ(r.scan_result().response_code(), 3);
 }
 
-TEST(sensor_dispatcher, scans_send_values_persistent_data_and_error_results) {
-    test_host::inbox inbox;
-    test_module m(inbox);
-    auto& d = *m.dispatcher();
+TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_banners) {
     ASSERT_EQ(d.create_sensor_instance(4, block("counter", {{"step", "5"}})), 0);
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(d.execute_sensor_scan(4), 0);
-
-    const auto results = inbox.scan_results();
-    ASSERT_EQ(results.size(), 3u);
-    EXPECT_EQ(results[1].values(0).integer(), 10);
-    ASSERT_EQ(results[1].definitions_size(), 1);
-    EXPECT_EQ(results[1].definitions(0).key(), "channel.count");
-    EXPECT_EQ(results[2].response_code(), 3);
-    EXPECT_EQ(results[2].message().key(), "libi18n.error.generic");
-    EXPECT_EQ(results[2].message().text(), "An error occurred. too many");
-    const auto persisted = inbox.take([](auto& msg) { return msg.has_persistent_data(); });
-    ASSERT_EQ(persisted.size(), 2u);
-    EXPECT_EQ(persisted[1].persistent_data().sensor_id(), 4);
-    EXPECT_EQ(persisted[1].persistent_data().value(), "10");
-}
-
-TEST(sensor_dispatcher, banners_reach_the_host_once_the_threshold_admits_them) {
-    test_host::inbox inbox;
-    test_module m(inbox);
-    auto& d = *m.dispatcher();
-    d.create_sensor_instance(1, block("counter", {{"step", "1"}}));
-    EXPECT_TRUE(inbox.logs().empty());  // default threshold: warnings and worse
-
-    test_host::wire::SettingsBlock raw;
+    EXPECT_TRUE(box.take(message::kLog).empty());  // default threshold: warnings and worse
+    wire::SettingsBlock raw;
     raw.set_log_threshold(7);
     const auto encoded = raw.SerializeAsString();
-    EXPECT_EQ(d.execute_meta_scan(0, th::module::meta_scan_log_threshold,
+    ASSERT_EQ(d.execute_meta_scan(0, th::module::meta_scan_log_threshold,
                                   sensor_data_wrapper(encoded.data(), encoded.size())),
               0);
-    d.execute_sensor_scan(1);
-    d.destroy_sensor_instance(1);
-    std::vector<std::string> texts;
-    for (const auto& l : inbox.logs()) {
-        EXPECT_EQ(l.source(), test_host::wire::Log::SENSOR);
-        EXPECT_EQ(l.sensor_id(), 1);
-        texts.push_back(l.line().text());
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(d.execute_sensor_scan(4), 0);
+    d.destroy_sensor_instance(4);
+
+    const auto results = box.take(message::kScanResult);
+    ASSERT_EQ(results.size(), 3u);
+    EXPECT_EQ(results[1].scan_result().values(0).integer(), 10);
+    ASSERT_EQ(results[1].scan_result().definitions_size(), 1);
+    EXPECT_EQ(results[1].scan_result().definitions(0).key(), "channel.count");
+    EXPECT_EQ(results[2].scan_result().response_code(), 3);
+    EXPECT_EQ(results[2].scan_result().message().key(), "libi18n.error.generic");
+    EXPECT_EQ(results[2].scan_result().message().text(), "An error occurred. too many");
+    const auto persisted = box.take(message::kPersistentData);
+    ASSERT_EQ(persisted.size(), 2u);
+    EXPECT_EQ(persisted[1].persistent_data().sensor_id(), 4);
+    EXPECT_EQ(persisted[1].persistent_data().key(), "total");
+    EXPECT_EQ(persisted[1].persistent_data().value(), "10");
+
+    strings lines;
+    for (const auto& m : box.take(message::kLog)) {
+        EXPECT_EQ(m.log().source(), wire::Log::SENSOR);
+        EXPECT_EQ(m.log().sensor_id(), 4);
+        lines.push_back(std::to_string(m.log().line().severity()) + " " + m.log().line().text());
     }
-    EXPECT_EQ(texts, (std::vector<std::string>{
-                         "#################### Enter sensor scan ####################",
-                         "#################### Exit sensor scan  ####################",
-                         "################### Cleaning Up  ####################"}));
+    const std::string enter = "7 #################### Enter sensor scan ####################";
+    const std::string exit = "7 #################### Exit sensor scan  ####################";
+    EXPECT_EQ(lines, (strings{enter, exit, enter, exit, enter, "3 Scan failed: too many", exit,
+                              "7 ################### Cleaning Up  ####################"}));
 }
 
-TEST(sensor_dispatcher, checks_and_notifications_answer_through_the_callback) {
-    test_host::inbox inbox;
-    test_module m(inbox);
-    auto& d = *m.dispatcher();
+TEST_F(sensor_dispatcher, checks_and_notifications_report_failures_through_the_callback) {
     EXPECT_EQ(d.execute_check(3, block("ok_check", {{"step", "1"}})), 0);
     EXPECT_EQ(d.execute_check(3, block("ok_check", {})), th::module::dispatch_creation_failed);
     EXPECT_EQ(d.execute_check(3, block("nope", {})), th::module::dispatch_unknown_kind);
-    const auto checks = inbox.take([](auto& msg) { return msg.has_check_result(); });
-    ASSERT_EQ(checks.size(), 3u);
-    EXPECT_TRUE(checks[0].check_result().success());
-    EXPECT_FALSE(checks[1].check_result().success());
-    EXPECT_EQ(checks[1].check_result().message().key(),
-              "libtavohelper.error.setting_not_available");
+    EXPECT_EQ(box.keys(message::kCheckResult),
+              (strings{"", "libtavohelper.error.setting_not_available",
+                       "libtavohelper.error.sensor_registry"}));
+    const auto checks = box.take(message::kCheckResult);
+    for (std::size_t i = 0; i < checks.size(); ++i)
+        EXPECT_EQ(checks[i].check_result().success(), i == 0);
 
-    auto request = block("echo", {});
-    request.set_notification_request({"alerts/a", "disk full", 5});
-    EXPECT_EQ(d.execute_meta_scan(9, th::module::meta_scan_notification, request), 0);
-    request.set_notification_request({"", "x", 5});
-    EXPECT_EQ(d.execute_meta_scan(9, th::module::meta_scan_notification, request),
-              th::module::dispatch_notification_failed);
-    EXPECT_EQ(d.execute_meta_scan(9, th::module::meta_scan_notification, block("echo", {})),
-              th::module::dispatch_notification_failed);
-    const auto answers = inbox.take([](auto& msg) { return msg.has_notification_response(); });
-    ASSERT_EQ(answers.size(), 3u);
-    EXPECT_TRUE(answers[0].notification_response().success());
-    ASSERT_EQ(answers[0].notification_response().lines_size(), 1);
-    EXPECT_EQ(answers[0].notification_response().lines(0).text(), "to alerts/a: disk full");
-    EXPECT_FALSE(answers[1].notification_response().success());
-    EXPECT_EQ(answers[1].notification_response().lines_size(),
-              1);  // lines logged before the failure
-    EXPECT_EQ(answers[2].notification_response().message().key(),
-              "libtavohelper.error.setting_not_available");
+    const auto notify = th::module::meta_scan_notification;
+    EXPECT_EQ(d.execute_meta_scan(9, notify, block("quiet", {})),
+              th::module::dispatch_notification_failed);  // the block holds no request
+    EXPECT_EQ(d.execute_meta_scan(9, notify, block("nope", {})), th::module::dispatch_unknown_kind);
+    EXPECT_EQ(box.keys(message::kNotificationResponse),
+              (strings{"libtavohelper.error.setting_not_available",
+                       "libtavohelper.error.sensor_registry"}));
+    for (const auto& m : box.take(message::kNotificationResponse))
+        EXPECT_FALSE(m.notification_response().success());
 }
 
-TEST(sensor_dispatcher, concurrent_scans_and_destroy_are_safe) {
-    test_host::inbox inbox;
-    test_module m(inbox);
-    auto& d = *m.dispatcher();
+TEST_F(sensor_dispatcher, concurrent_scans_and_destroy_are_safe) {
     for (int id = 0; id < 4; ++id) d.create_sensor_instance(id, block("counter", {{"step", "1"}}));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&d, t] {
+        threads.emplace_back([this, t] {
             for (int i = 0; i < 50; ++i) d.execute_sensor_scan(t);
             d.destroy_sensor_instance(t);
         });
     }
     for (auto& t : threads) t.join();
-    EXPECT_EQ(inbox.scan_results().size(), 200u);
+    EXPECT_EQ(box.take(message::kScanResult).size(), 200u);
 }
 
 }  // namespace
