@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "libtavohelper/errors.h"
-#include "libtavohelper/messaging/messages.h"
 #include "libtavohelper/notifications/notification.h"
 #include "libtavohelper/responses/results.h"
 #include "tavo.pb.h"
@@ -98,20 +97,8 @@ TEST(wire, set_value_enforces_the_channel_mode) {
     EXPECT_EQ(decode(error.serialize()).scan_result().response_code(), 3);
 }
 
-TEST(wire, the_other_messages_carry_their_fields) {
-    const auto info =
-        decode(th::messaging::module_information_message("{\"Revision\":68}", true).serialize());
-    EXPECT_EQ(info.module_information().description(), "{\"Revision\":68}");
-    EXPECT_TRUE(info.module_information().load_languages());
-
-    const auto pd = decode(th::messaging::persistent_data(3, "k", "v").serialize());
-    EXPECT_EQ(pd.persistent_data().sensor_id(), 3);
-    EXPECT_EQ(pd.persistent_data().key(), "k");
-
-    th::responses::check_result check(8);
-    check.set_success(true);
-    EXPECT_TRUE(decode(check.serialize()).check_result().success());
-
+// The other messages are decoded by the dispatcher and export tests.
+TEST(wire, notification_response_carries_its_lines_and_failure) {
     th::notifications::response answer(
         {{corvanis::monitoring_modules::liblog::severity::notice, "sent"}});
     answer.set_failure(th::messages::message_exception()("boom"));
@@ -119,13 +106,6 @@ TEST(wire, the_other_messages_carry_their_fields) {
     EXPECT_FALSE(n.success());
     EXPECT_EQ(n.lines(0).severity(), 5);
     EXPECT_EQ(n.message().text(), "A message error occurred. boom");
-
-    const auto log = decode(
-        th::messaging::log_message(th::messaging::log_source::sensor, 2,
-                                   corvanis::monitoring_modules::liblog::severity::error, "x")
-            .serialize());
-    EXPECT_EQ(log.log().source(), wire::Log::SENSOR);
-    EXPECT_EQ(log.log().line().severity(), 3);
 }
 
 }  // namespace
