@@ -1,4 +1,5 @@
-/* Compiled as C99: the export header must not need a C++ compiler. */
+/* Compiled as C99: the export header must not need a C++ compiler, and the
+ * callback type and the exports keep their C signatures. */
 #include "module/mqtt_module.h"
 
 static void on_message(uint64_t context, const void* bytes, uint32_t size) {
@@ -7,14 +8,6 @@ static void on_message(uint64_t context, const void* bytes, uint32_t size) {
     (void)size;
 }
 
-int mqtt_module_c_header_check(void);
-int mqtt_module_c_header_check(void) {
-    mqtt_module_callback callback = on_message;
-    uint32_t size = 0;
-    int (*sync)(void*, uint32_t*, bool) = GetModuleInformationSync;
-    int (*create)(int, const void*, uint32_t) = CreateSensorInstance;
-    (void)sync;
-    (void)create;
-    (void)size;
-    return callback != 0;
-}
+const mqtt_module_callback mqtt_module_c_callback = on_message;
+int (*const mqtt_module_c_sync)(void*, uint32_t*, bool) = GetModuleInformationSync;
+int (*const mqtt_module_c_create)(int, const void*, uint32_t) = CreateSensorInstance;

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <mutex>
 #include <vector>
 
@@ -14,35 +13,54 @@ namespace wire = corvanis::tavo::wire;
 
 namespace {
 
-struct api {
-    void* handle = nullptr;
-    decltype(&GetApiLevel) get_api_level;
-    decltype(&InitializeModule) initialize;
-    decltype(&CleanupModule) cleanup;
-    decltype(&GetModuleInformation) get_info;
-    decltype(&GetModuleInformationSync) get_info_sync;
-    decltype(&CreateSensorInstance) create;
-    decltype(&ExecuteSensorScan) scan;
-    decltype(&DestroySensorInstance) destroy;
-    decltype(&ExecuteMetaScan) meta_scan;
-    decltype(&ExecuteCheck) check;
+// clang-format off
+#define MQTT_MODULE_EXPORTS(X)                                                          \
+    X(GetApiLevel) X(InitializeModule) X(CleanupModule) X(GetModuleInformation)         \
+    X(GetModuleInformationSync) X(CreateSensorInstance) X(ExecuteSensorScan)            \
+    X(DestroySensorInstance) X(ExecuteMetaScan) X(ExecuteCheck)
+// clang-format on
 
-    template <class F>
-    void resolve(F& f, const char* name) {
-        f = reinterpret_cast<F>(dlsym(handle, name));
-        ASSERT_NE(f, nullptr) << name;
+// Members named after the exports hide the header's declarations, so every call in
+// the tests goes through the pointer dlsym returned.
+class module_exports : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        handle = dlopen(MQTT_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle, nullptr) << dlerror();
+#define RESOLVE(name)                                                 \
+    name = reinterpret_cast<decltype(&::name)>(dlsym(handle, #name)); \
+    ASSERT_NE(name, nullptr) << #name;
+        MQTT_MODULE_EXPORTS(RESOLVE)
+#undef RESOLVE
     }
-};
+    void TearDown() override {
+        if (handle) {
+            CleanupModule();
+            dlclose(handle);
+        }
+    }
 
-struct inbox {
-    std::mutex mutex;
-    std::vector<wire::ModuleMessage> messages;
     static void callback(uint64_t context, const void* bytes, uint32_t size) {
-        auto* self = reinterpret_cast<inbox*>(context);
+        auto* self = reinterpret_cast<module_exports*>(context);
         wire::ModuleMessage m;
         ASSERT_TRUE(m.ParseFromArray(bytes, static_cast<int>(size)));
         std::lock_guard lock(self->mutex);
         self->messages.push_back(std::move(m));
+    }
+    int init() {
+        return InitializeModule(reinterpret_cast<uint64_t>(this), &callback);
+    }
+    // Asks for every log line, then forgets what came so far.
+    void trace_everything() {
+        wire::SettingsBlock block;
+        block.set_log_threshold(7);
+        const auto bytes = block.SerializeAsString();
+        ASSERT_EQ(ExecuteMetaScan(0, 2, bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+        clear();
+    }
+    void clear() {
+        std::lock_guard lock(mutex);
+        messages.clear();
     }
     std::vector<std::string> log_texts() {
         std::lock_guard lock(mutex);
@@ -51,120 +69,83 @@ struct inbox {
             if (m.has_log()) out.push_back(m.log().line().text());
         return out;
     }
-    void clear() {
-        std::lock_guard lock(mutex);
-        messages.clear();
-    }
-};
 
-class module_exports : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        m.handle = dlopen(MQTT_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(m.handle, nullptr) << dlerror();
-        m.resolve(m.get_api_level, "GetApiLevel");
-        m.resolve(m.initialize, "InitializeModule");
-        m.resolve(m.cleanup, "CleanupModule");
-        m.resolve(m.get_info, "GetModuleInformation");
-        m.resolve(m.get_info_sync, "GetModuleInformationSync");
-        m.resolve(m.create, "CreateSensorInstance");
-        m.resolve(m.scan, "ExecuteSensorScan");
-        m.resolve(m.destroy, "DestroySensorInstance");
-        m.resolve(m.meta_scan, "ExecuteMetaScan");
-        m.resolve(m.check, "ExecuteCheck");
-    }
-    void TearDown() override {
-        if (m.handle) {
-            m.cleanup();
-            dlclose(m.handle);
-        }
-    }
-    int init() { return m.initialize(reinterpret_cast<uint64_t>(&box), &inbox::callback); }
-    void trace_everything() {
-        wire::SettingsBlock block;
-        block.set_log_threshold(7);
-        const auto bytes = block.SerializeAsString();
-        ASSERT_EQ(m.meta_scan(0, 2, bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
-        box.clear();
-    }
-
-    api m;
-    inbox box;
+    void* handle = nullptr;
+#define DECLARE(name) decltype(&::name) name = nullptr;
+    MQTT_MODULE_EXPORTS(DECLARE)
+#undef DECLARE
+    std::mutex mutex;
+    std::vector<wire::ModuleMessage> messages;  // guarded by mutex
 };
 
 TEST_F(module_exports, answers_before_initialisation) {
-    EXPECT_EQ(m.get_api_level(), 6);
-    EXPECT_EQ(m.scan(1), 3);
-    EXPECT_EQ(m.create(1, nullptr, 0), 3);
-    EXPECT_EQ(m.destroy(1), 3);
-    EXPECT_EQ(m.meta_scan(1, 0, nullptr, 0), 3);
-    EXPECT_EQ(m.check(1, nullptr, 0), 3);
+    EXPECT_EQ(GetApiLevel(), 6);
+    EXPECT_EQ(ExecuteSensorScan(1), 3);
+    EXPECT_EQ(CreateSensorInstance(1, nullptr, 0), 3);
+    EXPECT_EQ(DestroySensorInstance(1), 3);
+    EXPECT_EQ(ExecuteMetaScan(1, 0, nullptr, 0), 3);
+    EXPECT_EQ(ExecuteCheck(1, nullptr, 0), 3);
     uint32_t size = 0;
-    EXPECT_EQ(m.get_info_sync(nullptr, nullptr, true), 1);
-    EXPECT_EQ(m.get_info_sync(nullptr, &size, true), 2);
-    m.get_info(true);
-    EXPECT_EQ(m.cleanup(), 0);
-    EXPECT_EQ(m.cleanup(), 0);
-    EXPECT_TRUE(box.messages.empty());
+    EXPECT_EQ(GetModuleInformationSync(nullptr, nullptr, true), 1);
+    EXPECT_EQ(GetModuleInformationSync(nullptr, &size, true), 2);
+    GetModuleInformation(true);
+    EXPECT_EQ(CleanupModule(), 0);
+    EXPECT_EQ(CleanupModule(), 0);
+    EXPECT_TRUE(messages.empty());
 }
 
 TEST_F(module_exports, initialises_once_and_again_after_cleanup) {
     ASSERT_EQ(init(), 0);
     trace_everything();
     EXPECT_EQ(init(), 1);
-    EXPECT_EQ(box.log_texts(),
+    EXPECT_EQ(log_texts(),
               std::vector<std::string>{"InitializeModule called on already initialized module."});
-    EXPECT_EQ(m.get_api_level(), 6);
-    EXPECT_EQ(m.cleanup(), 0);
-    EXPECT_EQ(m.scan(1), 3);
+    EXPECT_EQ(GetApiLevel(), 6);
+    EXPECT_EQ(CleanupModule(), 0);
+    EXPECT_EQ(ExecuteSensorScan(1), 3);
     EXPECT_EQ(init(), 0);
     uint32_t size = 0;
-    EXPECT_EQ(m.get_info_sync(nullptr, &size, false), 0);
+    EXPECT_EQ(GetModuleInformationSync(nullptr, &size, false), 0);
 }
 
 TEST_F(module_exports, module_information_size_protocol) {
     ASSERT_EQ(init(), 0);
     uint32_t size = 0;
-    ASSERT_EQ(m.get_info_sync(nullptr, &size, true), 0);
+    ASSERT_EQ(GetModuleInformationSync(nullptr, &size, true), 0);
     ASSERT_GT(size, 0u);
-
     std::vector<char> buffer(size + 1, 'x');
     uint32_t small = size - 1;
-    EXPECT_EQ(m.get_info_sync(buffer.data(), &small, true), 1);
+    EXPECT_EQ(GetModuleInformationSync(buffer.data(), &small, true), 1);
     EXPECT_EQ(small, size);
     EXPECT_EQ(buffer[0], 'x');  // nothing copied
 
-    uint32_t exact = size;
-    EXPECT_EQ(m.get_info_sync(buffer.data(), &exact, true), 0);
-    wire::ModuleMessage message;
-    ASSERT_TRUE(message.ParseFromArray(buffer.data(), static_cast<int>(exact)));
-    EXPECT_TRUE(message.module_information().load_languages());
-
-    // The same document whatever the flag, and the same at every request.
-    uint32_t again = size + 1;
-    std::vector<char> second(size + 1);
-    EXPECT_EQ(m.get_info_sync(second.data(), &again, false), 0);
-    wire::ModuleMessage other;
-    ASSERT_TRUE(other.ParseFromArray(second.data(), static_cast<int>(again)));
-    EXPECT_FALSE(other.module_information().load_languages());
-    EXPECT_EQ(other.module_information().description(), message.module_information().description());
+    // An exact buffer and a larger one; the same document whatever the flag.
+    std::string description[2];
+    for (const bool flag : {true, false}) {
+        uint32_t room = flag ? size : size + 1;
+        EXPECT_EQ(GetModuleInformationSync(buffer.data(), &room, flag), 0);
+        wire::ModuleMessage message;
+        ASSERT_TRUE(message.ParseFromArray(buffer.data(), static_cast<int>(room)));
+        EXPECT_EQ(message.module_information().load_languages(), flag);
+        description[flag] = message.module_information().description();
+    }
+    EXPECT_EQ(description[0], description[1]);
 }
 
 TEST_F(module_exports, module_information_travels_through_the_callback_with_its_trace) {
     ASSERT_EQ(init(), 0);
     trace_everything();
     for (const bool flag : {true, false}) {
-        box.clear();
-        m.get_info(flag);
-        EXPECT_EQ(box.log_texts(), (std::vector<std::string>{
-                                       "### Begin get_module_information ###",
-                                       std::string("Do loadLanguages: ") + (flag ? "Yes" : "No"),
-                                       "### End get_module_information ###"}));
-        std::lock_guard lock(box.mutex);
-        ASSERT_EQ(box.messages.size(), 4u);
-        EXPECT_TRUE(box.messages[2].has_module_information());
-        EXPECT_EQ(box.messages[2].module_information().load_languages(), flag);
-        EXPECT_NE(box.messages[2].module_information().description().find("\"Revision\":68"),
+        clear();
+        GetModuleInformation(flag);
+        EXPECT_EQ(log_texts(), (std::vector<std::string>{
+                                   "### Begin get_module_information ###",
+                                   std::string("Do loadLanguages: ") + (flag ? "Yes" : "No"),
+                                   "### End get_module_information ###"}));
+        std::lock_guard lock(mutex);
+        ASSERT_EQ(messages.size(), 4u);
+        EXPECT_EQ(messages[2].module_information().load_languages(), flag);
+        EXPECT_NE(messages[2].module_information().description().find("\"Revision\":68"),
                   std::string::npos);
     }
 }
@@ -173,27 +154,26 @@ TEST_F(module_exports, bad_input_gives_result_codes_never_a_crash) {
     ASSERT_EQ(init(), 0);
     trace_everything();
     const char garbage[] = {'\x0a', '\x7f', 'a'};
-    EXPECT_EQ(m.create(1, garbage, sizeof garbage), 2);
-    EXPECT_EQ(m.create(1, nullptr, 5), 2);
-    EXPECT_EQ(m.check(1, garbage, sizeof garbage), 2);
-    EXPECT_EQ(m.meta_scan(1, 0, garbage, sizeof garbage), 2);
+    EXPECT_EQ(CreateSensorInstance(1, garbage, sizeof garbage), 2);
+    EXPECT_EQ(CreateSensorInstance(1, nullptr, 5), 2);
+    EXPECT_EQ(ExecuteCheck(1, garbage, sizeof garbage), 2);
+    EXPECT_EQ(ExecuteMetaScan(1, 0, garbage, sizeof garbage), 2);
     // The exception skipped the end line and was reported instead.
-    const auto texts = box.log_texts();
+    const auto texts = log_texts();
     ASSERT_GE(texts.size(), 2u);
     EXPECT_EQ(texts[0], "### Begin create_sensor_instance ###");
-    EXPECT_EQ(
-        texts[1].rfind(
-            "CreateSensorInstance failed: Could not deserialize message type SettingsBlock", 0),
-        0u);
+    EXPECT_TRUE(texts[1].starts_with(
+        "CreateSensorInstance failed: Could not deserialize message type SettingsBlock"));
 
     wire::SettingsBlock block;
     block.set_kind("no_such_sensor");
     const auto bytes = block.SerializeAsString();
-    EXPECT_EQ(m.create(1, bytes.data(), static_cast<uint32_t>(bytes.size())), 4);
-    EXPECT_EQ(m.check(1, bytes.data(), static_cast<uint32_t>(bytes.size())), 4);
-    EXPECT_EQ(m.scan(1), 6);
-    EXPECT_EQ(m.destroy(1), 6);
-    EXPECT_EQ(m.meta_scan(1, 99, bytes.data(), static_cast<uint32_t>(bytes.size())), 8);
+    const auto size = static_cast<uint32_t>(bytes.size());
+    EXPECT_EQ(CreateSensorInstance(1, bytes.data(), size), 4);
+    EXPECT_EQ(ExecuteCheck(1, bytes.data(), size), 4);
+    EXPECT_EQ(ExecuteSensorScan(1), 6);
+    EXPECT_EQ(DestroySensorInstance(1), 6);
+    EXPECT_EQ(ExecuteMetaScan(1, 99, bytes.data(), size), 8);
 }
 
 }  // namespace
