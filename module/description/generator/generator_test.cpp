@@ -29,22 +29,16 @@ const std::string skeleton = R"({
   "Lookups": {"l": {"Name": "l", "LookupValues": [{"Name": "ok", "Display": "{text}", "Value": 0}]}}
 })";
 
-const entries english = {{"module.display", "M"},
-                         {"error.x", "Failed: %0:s"},
-                         {"re.error.y", "Pattern %0:s"},
-                         {"s.display", "S"},
-                         {"lookup.l.0", "Fine"},
-                         {"sec.display", "Section"},
-                         {"g.on.display", "On"},
-                         {"g.on.help", "Turns it on."},
-                         {"g.on.option.no", "No"},
-                         {"g.on.option.yes", "Yes"},
-                         {"g.ch{cur}.display", "Channel #{cur}"},
-                         {"g.ch{cur}.help", "Adds a channel."},
-                         {"g.ch{cur}.option.down", "Off"},
-                         {"g.ch{cur}.option.up", "On"},
-                         {"g.ch{cur}_path.display", "Path #{cur}"},
-                         {"g.ch{cur}_path.help", "Where channel {cur} reads."}};
+// clang-format off
+const entries english = {
+    {"module.display", "M"}, {"error.x", "Failed: %0:s"}, {"re.error.y", "Pattern %0:s"},
+    {"s.display", "S"}, {"lookup.l.0", "Fine"}, {"sec.display", "Section"},
+    {"g.on.display", "On"}, {"g.on.help", "Turns it on."}, {"g.on.option.no", "No"},
+    {"g.on.option.yes", "Yes"}, {"g.ch{cur}.display", "Channel #{cur}"},
+    {"g.ch{cur}.help", "Adds a channel."}, {"g.ch{cur}.option.down", "Off"},
+    {"g.ch{cur}.option.up", "On"}, {"g.ch{cur}_path.display", "Path #{cur}"},
+    {"g.ch{cur}_path.help", "Where channel {cur} reads."}};
+// clang-format on
 
 // The German file: English's texts less the English-only keys, marked so they differ.
 entries german_of(const entries& source) {
@@ -84,34 +78,21 @@ std::string build(const case_data& data, error_list& errors) {
     return document;
 }
 
-std::string replaced(std::string text, const std::string& what, const std::string& with) {
-    return replace_all(std::move(text), what, with);
-}
-
+// Channel 1 has no enabler; the others depend on theirs. Key and text counts are checked by
+// the build itself (english_keys).
 TEST(generator, channel_templates_expand_into_settings_and_texts_channel_by_channel) {
     error_list errors;
     const auto document = jsoncons::ojson::parse(build(case_data{}, errors));
     ASSERT_EQ(errors, error_list{});
-
-    const auto& items = document.at("Groups").at("g").at("Items");
-    ASSERT_EQ(items.size(), 6u);
-    EXPECT_EQ(items[1].at("Name").as<std::string>(), "ch1_path");
-    EXPECT_EQ(items[2].at("Name").as<std::string>(), "ch2");
-    EXPECT_EQ(items[5], jsoncons::ojson::parse(R"({"DependsOn": "ch3", "Condition": "up", "Setting":
+    std::vector<std::string> names;
+    for (const auto& item : document.at("Groups").at("g").at("Items").array_range())
+        names.push_back(
+            (item.contains("Setting") ? item.at("Setting") : item).at("Name").as<std::string>());
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"on", "ch1_path", "ch2", "ch2_path", "ch3", "ch3_path"}));
+    EXPECT_EQ(document.at("Groups").at("g").at("Items")[5],
+              jsoncons::ojson::parse(R"({"DependsOn": "ch3", "Condition": "up", "Setting":
         {"Name": "ch3_path", "Display": "Path #3", "Help": "Where channel 3 reads.", "Text": {}}})"));
-    EXPECT_EQ(items[0].at("Selection").at("Options")[1].at("Display").as<std::string>(), "Yes");
-
-    std::vector<std::string> english_keys;
-    for (const auto& m : document.at("Text").at("English").at("Translation").object_range())
-        english_keys.push_back(m.key());
-    const std::vector<std::string> expected_from_g = {
-        "g.on.display",       "g.on.help",       "g.on.option.no",     "g.on.option.yes",
-        "g.ch1_path.display", "g.ch1_path.help", "g.ch2.display",      "g.ch2.help",
-        "g.ch2.option.down",  "g.ch2.option.up", "g.ch2_path.display", "g.ch2_path.help",
-    };
-    ASSERT_EQ(english_keys.size(), 24u);
-    EXPECT_TRUE(
-        std::equal(expected_from_g.begin(), expected_from_g.end(), english_keys.begin() + 6));
     const auto& german = document.at("Text").at("German").at("Translation");
     EXPECT_EQ(german.size(), 22u);
     EXPECT_EQ(german.at("g.ch3_path.display").at("Display").as<std::string>(), "DE Path #3");
@@ -130,17 +111,9 @@ TEST(generator, inconsistent_data_is_refused_with_a_finding_that_names_it) {
     const auto drop = [](entries& list, const std::string& key) {
         std::erase_if(list, [&](const auto& e) { return e.first == key; });
     };
+    // Faults the shipped document's own tests would also catch (lost placeholders, missing or
+    // empty translations, key counts) are left to them.
     const std::vector<row> rows = {
-        {"translation loses a placeholder",
-         [&](case_data& d) { set(d.german, "error.x", "Fehler"); },
-         "German: \"error.x\" has the placeholders [], English has [%0:s]"},
-        {"translation carries an English-only key",
-         [](case_data& d) { d.german.emplace_back("lookup.l.0", "Gut"); },
-         "German: \"lookup.l.0\" is English only"},
-        {"translation lacks a key", [&](case_data& d) { drop(d.german, "s.display"); },
-         "German: \"s.display\" is missing"},
-        {"translation has an empty text", [&](case_data& d) { set(d.german, "g.on.help", ""); },
-         "German: \"g.on.help\" has an empty text"},
         {"translation drops the channel marker",
          [&](case_data& d) { set(d.german, "g.ch{cur}_path.display", "Pfad"); }, "\"{cur}\""},
         {"lone percent sign", [&](case_data& d) { set(d.english, "g.on.help", "100% on."); },
@@ -149,20 +122,16 @@ TEST(generator, inconsistent_data_is_refused_with_a_finding_that_names_it) {
          "duplicate key \"s.display\""},
         {"document needs a missing text", [&](case_data& d) { drop(d.english, "g.on.option.yes"); },
          "no English text for \"g.on.option.yes\""},
-        {"English text the document does not show",
-         [](case_data& d) { d.english.emplace_back("g.off.display", "Off"); },
-         "English: \"g.off.display\" is not used by the document"},
-        {"wrong key count", [](case_data& d) { d.english_keys = 25; },
-         "24 keys once the templates"},
         {"condition that is no option",
          [](case_data& d) {
-             d.skeleton = replaced(d.skeleton, R"("Condition": "up")", R"("Condition": "maybe")");
+             d.skeleton =
+                 replace_all(d.skeleton, R"("Condition": "up")", R"("Condition": "maybe")");
          },
          "\"Condition\" is not an option of \"ch2\""},
         {"undefined required check",
          [](case_data& d) {
-             d.skeleton =
-                 replaced(d.skeleton, R"("RequiredChecks": ["c"])", R"("RequiredChecks": ["d"])");
+             d.skeleton = replace_all(d.skeleton, R"("RequiredChecks": ["c"])",
+                                      R"("RequiredChecks": ["d"])");
          },
          "sensor s: \"d\" is not defined"},
         {"unknown language", [](case_data& d) { d.extra_language = "Klingon"; },
