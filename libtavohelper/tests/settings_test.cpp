@@ -82,21 +82,6 @@ TEST(setting_kinds, float_string_and_secure_kinds) {
     EXPECT_EQ(kind_securestring::parse_and_validate("s3cret").plain(), "s3cret");
 }
 
-TEST(sensor_data_wrapper, lookups_and_missing_keys) {
-    const sensor_data_wrapper data("statistics_sensor",
-                                   {{"host", "10.0.0.1"}, {"user_credentials.password", "plain"}},
-                                   {{"tls.client_key_password", "k3y"}});
-    EXPECT_EQ(data.kind(), "statistics_sensor");
-    EXPECT_EQ(data.get_value("host"), "10.0.0.1");
-    EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
-    EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
-    EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
-              "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" "
-              "was not available.");
-    EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
-              "libtavohelper.error.setting_not_available");
-}
-
 TEST(sensor_data_wrapper, to_json_masks_every_secret) {
     const sensor_data_wrapper data("x",
                                    {{"host", "h\"q"},
@@ -124,19 +109,28 @@ TEST(sensor_data_wrapper, undecodable_bytes_raise_the_deserialization_error) {
     EXPECT_EQ(sensor_data_wrapper(nullptr, 0).kind(), "");  // an empty block is a valid one
 }
 
-TEST(sensor_data_wrapper, decodes_what_a_host_encodes) {
+TEST(sensor_data_wrapper, decodes_what_a_host_encodes_and_finds_secrets_in_both_maps) {
     corvanis::tavo::wire::SettingsBlock block;
     block.set_kind("subscribe_custom_sensor");
     (*block.mutable_settings())["host"] = "broker";
+    (*block.mutable_settings())["user_credentials.password"] = "plain";
+    (*block.mutable_secure_settings())["tls.client_key_password"] = "k3y";
     (*block.mutable_persistent_data())["time_of_last_message"] = "t";
     block.add_channels()->set_id(3);
     auto* n = block.mutable_notification();
     n->set_target("a/b");
-    n->set_message("hello");
     n->set_timeout_s(7);
     const auto bytes = block.SerializeAsString();
     const sensor_data_wrapper data(bytes.data(), static_cast<unsigned>(bytes.size()));
+    EXPECT_EQ(data.kind(), "subscribe_custom_sensor");
     EXPECT_EQ(data.get_value("host"), "broker");
+    EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
+    EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
+    EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
+              "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" "
+              "was not available.");
+    EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
+              "libtavohelper.error.setting_not_available");
     EXPECT_EQ(data.get_persistent_data().at("time_of_last_message"), "t");
     EXPECT_EQ(data.get_channels(), std::set<int>{3});
     ASSERT_TRUE(data.get_notification_request());
