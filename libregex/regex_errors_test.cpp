@@ -40,28 +40,7 @@ TEST(translate_regex_error, every_engine_code_maps_to_its_message) {
         const auto thrown = translate(error, "p(", log);
         EXPECT_EQ(thrown.message().key(), row.key) << "code " << row.code;
         EXPECT_EQ(thrown.message().args(), std::vector<std::string>{"p("}) << "code " << row.code;
-    }
-}
-
-TEST(translate_regex_error, patterns_the_engine_rejects_get_precise_messages) {
-    const struct {
-        const char* pattern;
-        const char* key;
-    } table[] = {
-        {"a{2,", "libregex.error.braces"},         {"(ab", "libregex.error.parentheses"},
-        {"[ab", "libregex.error.brackets"},        {"[b-a]", "libregex.error.character_range"},
-        {"a\\", "libregex.error.escape_sequence"},
-    };
-    lg::null_logger log;
-    for (const auto& row : table) {
-        try {
-            std::regex compiled(row.pattern);
-            ADD_FAILURE() << row.pattern << " compiled";
-        } catch (const std::regex_error& e) {
-            const auto thrown = translate(e, row.pattern, log);
-            EXPECT_EQ(thrown.message().key(), row.key) << row.pattern;
-            EXPECT_NE(std::string(thrown.what()).find(row.pattern), std::string::npos);
-        }
+        EXPECT_NE(std::string(thrown.what()).find("\"p(\""), std::string::npos) << row.code;
     }
 }
 
