@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -37,13 +36,10 @@ mosquitto_broker::mosquitto_broker(broker_options options)
         conf << "allow_anonymous true\n";
     } else {
         const auto passwd = dir_.path() / "passwd";
-        bool first = true;
+        std::ofstream{passwd};
         for (const auto& [user, password] : options_.users) {
-            std::vector<std::string> argv = {"mosquitto_passwd"};
-            if (first) argv.push_back("-c");
-            argv.insert(argv.end(), {"-b", passwd.string(), user, password});
-            run(argv, dir_.path() / "mosquitto_passwd.log");
-            first = false;
+            run({"mosquitto_passwd", "-b", passwd.string(), user, password},
+                dir_.path() / "mosquitto_passwd.log");
         }
         conf << "allow_anonymous false\npassword_file " << passwd.string() << "\n";
     }
@@ -84,12 +80,7 @@ std::string mosquitto_broker::uri() const {
 }
 
 std::string mosquitto_broker::log_text() const {
-    std::stringstream text;
-    for (const char* name : {"mosquitto.out", "mosquitto.log"}) {
-        std::ifstream in(dir_.path() / name);
-        text << in.rdbuf();
-    }
-    return text.str();
+    return read_text(dir_.path() / "mosquitto.out") + read_text(dir_.path() / "mosquitto.log");
 }
 
 }  // namespace corvanis::monitoring_modules::test_support

@@ -25,11 +25,10 @@ struct broker_options {
 // True when a mosquitto binary can be found; system tests skip without one.
 bool mosquitto_available();
 
-// A mosquitto broker on 127.0.0.1 at a free port, for system tests. The constructor starts it
-// and returns once it accepts connections; the destructor stops it, and so does the end of the
-// thread that started it (a test killed by a timeout leaves no broker). Its files (configuration,
-// password file, log) live in a temporary directory of its own. Throws std::runtime_error when
-// it does not come up within five seconds.
+// A mosquitto broker on 127.0.0.1 at a free port, with its files in a temporary directory of its
+// own. The constructor returns once it accepts connections (std::runtime_error when it does not
+// within five seconds); the destructor stops it, and so does the end of the thread that started
+// it (a test killed by a timeout leaves no broker).
 class mosquitto_broker {
   public:
     explicit mosquitto_broker(broker_options options = {});

@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -10,13 +9,6 @@
 namespace corvanis::monitoring_modules::test_support {
 
 namespace {
-
-std::string read_text(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string from_hex(const std::string& hex) {
     std::string bytes;
@@ -40,28 +32,26 @@ mqtt_peer::~mqtt_peer() {
     }
 }
 
-std::vector<std::string> mqtt_peer::connection_arguments() const {
-    std::vector<std::string> args = {"-h", broker_.host(), "-p", std::to_string(broker_.port())};
+std::vector<std::string> mqtt_peer::command(std::vector<std::string> argv,
+                                            const std::string& client_id) const {
+    argv.insert(argv.end(), {"-h", broker_.host(), "-p", std::to_string(broker_.port())});
     if (!broker_.options().users.empty()) {
-        args.insert(args.end(), {"-u", broker_.options().users.front().first, "-P",
+        argv.insert(argv.end(), {"-u", broker_.options().users.front().first, "-P",
                                  broker_.options().users.front().second});
     }
     if (broker_.uses_tls()) {
         const auto& tls = broker_.tls();
-        args.insert(args.end(), {"--cafile", tls.ca_certificate_file().string(), "--cert",
+        argv.insert(argv.end(), {"--cafile", tls.ca_certificate_file().string(), "--cert",
                                  tls.client_certificate_file().string(), "--key",
                                  tls.client_key_file().string()});
     }
-    return args;
+    if (!client_id_.empty()) argv.insert(argv.end(), {"-i", client_id});
+    return argv;
 }
 
 void mqtt_peer::publish(const std::string& topic, const std::string& payload, int qos,
                         bool retained) {
-    std::vector<std::string> argv = {"mosquitto_pub"};
-    const auto connection = connection_arguments();
-    argv.insert(argv.end(), connection.begin(), connection.end());
-    argv.insert(argv.end(), {"-t", topic, "-q", std::to_string(qos)});
-    if (!client_id_.empty()) argv.insert(argv.end(), {"-i", client_id_});
+    auto argv = command({"mosquitto_pub", "-t", topic, "-q", std::to_string(qos)}, client_id_);
     if (payload.empty()) {
         argv.push_back("-n");
     } else {
@@ -72,17 +62,14 @@ void mqtt_peer::publish(const std::string& topic, const std::string& payload, in
 }
 
 void mqtt_peer::subscribe(const std::string& filter, int qos) {
-    const auto output = dir_.path() / ("subscriber" + std::to_string(outputs_.size()) + ".out");
+    const auto n = std::to_string(outputs_.size());
+    const auto output = dir_.path() / ("subscriber" + n + ".out");
     // Line-buffered, so that its acknowledgement and messages reach the file as they happen.
-    std::vector<std::string> argv = {"stdbuf", "-oL", find_program("mosquitto_sub")};
-    const auto connection = connection_arguments();
-    argv.insert(argv.end(), connection.begin(), connection.end());
-    argv.insert(argv.end(),
-                {"-t", filter, "-q", std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%r\\t%x"});
-    if (!client_id_.empty()) {
-        argv.insert(argv.end(), {"-i", client_id_ + "-sub" + std::to_string(outputs_.size())});
-    }
-    subscribers_.push_back(spawn(argv, output));
+    subscribers_.push_back(
+        spawn(command({"stdbuf", "-oL", find_program("mosquitto_sub"), "-t", filter, "-q",
+                       std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%r\\t%x"},
+                      client_id_ + "-sub" + n),
+              output));
     outputs_.push_back(output);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (read_text(output).find("received SUBACK") == std::string::npos) {
@@ -99,15 +86,14 @@ std::vector<peer_message> mqtt_peer::received() const {
         std::stringstream in(read_text(output));
         for (std::string line; std::getline(in, line);) {
             if (line.rfind("MSG\t", 0) != 0) continue;
+            // Topic, QoS, retained flag and the payload in hex, separated by tabs.
             std::stringstream fields(line.substr(4));
             peer_message m;
-            std::string qos, retained, hex;
+            int retained = 0;
+            std::string hex;
             std::getline(fields, m.topic, '\t');
-            std::getline(fields, qos, '\t');
-            std::getline(fields, retained, '\t');
-            std::getline(fields, hex, '\t');
-            m.qos = std::stoi(qos);
-            m.retained = retained == "1";
+            fields >> m.qos >> retained >> hex;
+            m.retained = retained == 1;
             m.payload = from_hex(hex);
             messages.push_back(std::move(m));
         }
@@ -118,12 +104,10 @@ std::vector<peer_message> mqtt_peer::received() const {
 std::vector<peer_message> mqtt_peer::wait_for_messages(std::size_t count,
                                                        std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    auto messages = received();
-    while (messages.size() < count && std::chrono::steady_clock::now() < deadline) {
+    while (received().size() < count && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        messages = received();
     }
-    return messages;
+    return received();
 }
 
 }  // namespace corvanis::monitoring_modules::test_support

@@ -44,7 +44,9 @@ class mqtt_peer {
                                                 std::chrono::milliseconds timeout);
 
   private:
-    std::vector<std::string> connection_arguments() const;
+    // argv with the connection options the broker asks for, and the client id when one is set.
+    std::vector<std::string> command(std::vector<std::string> argv,
+                                     const std::string& client_id) const;
     std::vector<peer_message> received() const;
 
     const mosquitto_broker& broker_;

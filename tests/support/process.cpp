@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -24,9 +23,7 @@ namespace corvanis::monitoring_modules::test_support {
 namespace fs = std::filesystem;
 
 temp_dir::temp_dir(const std::string& prefix) {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/" + prefix + "-XXXXXX";
+    std::string pattern = (fs::temp_directory_path() / (prefix + "-XXXXXX")).string();
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed for " + pattern);
     }
@@ -38,59 +35,49 @@ temp_dir::~temp_dir() {
     fs::remove_all(path_, ignored);
 }
 
+std::string read_text(const fs::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 std::string find_program(const std::string& name) {
-    std::string dirs = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
-    dirs += ":/usr/sbin:/usr/local/sbin:/sbin";
-    std::stringstream in(dirs);
-    for (std::string dir; std::getline(in, dir, ':');) {
-        if (dir.empty()) continue;
+    std::stringstream dirs(std::string(std::getenv("PATH") != nullptr ? std::getenv("PATH") : "") +
+                           ":/usr/sbin:/usr/local/sbin:/sbin");
+    for (std::string dir; std::getline(dirs, dir, ':');) {
         const auto candidate = fs::path(dir) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+        if (!dir.empty() && ::access(candidate.c_str(), X_OK) == 0) return candidate;
     }
     return {};
 }
 
 pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool die_with_parent) {
     const std::string program = find_program(argv.at(0));
-    if (program.empty()) {
-        throw std::runtime_error(argv[0] + " not found");
-    }
+    if (program.empty()) throw std::runtime_error(argv[0] + " not found");
     std::vector<char*> args;
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
-    if (die_with_parent) {
-        // Everything the child needs is prepared: between fork and exec it only makes calls
-        // that are safe in a copy of a multi-threaded process.
-        const pid_t parent = ::getpid();
-        const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        const int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        const pid_t pid = out < 0 || in < 0 ? -1 : ::fork();
-        if (pid == 0) {
+    // Everything the child needs is prepared: between fork and exec it only makes calls that are
+    // safe in a copy of a multi-threaded process.
+    const pid_t parent = ::getpid();
+    const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const pid_t pid = out < 0 || in < 0 ? -1 : ::fork();
+    if (pid == 0) {
+        if (die_with_parent) {
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
             if (::getppid() != parent) ::_exit(127);
-            ::dup2(in, STDIN_FILENO);
-            ::dup2(out, STDOUT_FILENO);
-            ::dup2(out, STDERR_FILENO);
-            ::execve(program.c_str(), args.data(), environ);
-            ::_exit(127);
         }
-        if (out >= 0) ::close(out);
-        if (in >= 0) ::close(in);
-        if (pid < 0) throw std::runtime_error("cannot start " + program);
-        return pid;
+        ::dup2(in, STDIN_FILENO);
+        ::dup2(out, STDOUT_FILENO);
+        ::dup2(out, STDERR_FILENO);
+        ::execve(program.c_str(), args.data(), environ);
+        ::_exit(127);
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t pid = -1;
-    const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) {
-        throw std::runtime_error("cannot start " + program);
-    }
+    if (out >= 0) ::close(out);
+    if (in >= 0) ::close(in);
+    if (pid < 0) throw std::runtime_error("cannot start " + program);
     return pid;
 }
 
@@ -110,49 +97,45 @@ int wait_for_exit(pid_t pid, int timeout_ms) {
 
 void run(const std::vector<std::string>& argv, const fs::path& output) {
     if (wait_for_exit(spawn(argv, output), 30000) != 0) {
-        std::ifstream in(output);
-        std::stringstream text;
-        text << in.rdbuf();
-        throw std::runtime_error(argv[0] + " failed: " + text.str());
+        throw std::runtime_error(argv[0] + " failed: " + read_text(output));
     }
 }
 
 namespace {
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
+// A TCP socket and the address 127.0.0.1:port; -1 when no socket could be made.
+int loopback_socket(int port, sockaddr_in& address) {
+    address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
+    return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 }
 }  // namespace
 
 int free_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    auto address = loopback(0);
+    sockaddr_in address;
+    const int fd = loopback_socket(0, address);
     socklen_t length = sizeof(address);
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        if (fd >= 0) ::close(fd);
-        throw std::runtime_error("no free port");
-    }
-    ::close(fd);
+    const bool ok = fd >= 0 &&
+                    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+                    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
+    if (fd >= 0) ::close(fd);
+    if (!ok) throw std::runtime_error("no free port");
     return ntohs(address.sin_port);
 }
 
 bool port_accepts(int port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    auto address = loopback(port);
-    const bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    ::close(fd);
+    sockaddr_in address;
+    const int fd = loopback_socket(port, address);
+    const bool ok =
+        fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    if (fd >= 0) ::close(fd);
     return ok;
 }
 
 std::size_t thread_count() {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator("/proc/self/task")) ++count;
-    return count;
+    const fs::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
 std::size_t open_descriptors_matching(const std::string& text) {

@@ -4,13 +4,13 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace corvanis::monitoring_modules::test_support {
 
-// A fresh 0700 directory under $TMPDIR (or /tmp), removed with its content by the destructor.
+// A fresh 0700 directory under the temporary directory, removed with its content by the
+// destructor.
 class temp_dir {
   public:
     explicit temp_dir(const std::string& prefix = "mqtt-test");
@@ -24,8 +24,11 @@ class temp_dir {
     std::filesystem::path path_;
 };
 
-// The program's full path, searching $PATH and then /usr/sbin and /usr/local/sbin (mosquitto
-// lives in sbin); empty when not found.
+// The file's content; empty when it cannot be read.
+std::string read_text(const std::filesystem::path& path);
+
+// The program's full path, searching $PATH and then the sbin directories (mosquitto lives
+// there); empty when not found.
 std::string find_program(const std::string& name);
 
 // Starts argv[0] (looked up with find_program) with stdout and stderr appended to output.
@@ -47,7 +50,7 @@ int free_port();
 // True once a TCP connection to 127.0.0.1:port succeeds.
 bool port_accepts(int port);
 
-// Threads of this process (entries of /proc/self/task).
+// Threads of this process.
 std::size_t thread_count();
 
 // Open descriptors of this process whose target contains the text (e.g. "memfd:").

@@ -1,8 +1,6 @@
 #include "tests/support/tls_material.h"
 
 #include <fstream>
-#include <sstream>
-#include <stdexcept>
 
 #include "tests/support/process.h"
 
@@ -10,32 +8,13 @@ namespace corvanis::monitoring_modules::test_support {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-std::string read_file(const fs::path& path) {
-    std::ifstream in(path);
-    if (!in) throw std::runtime_error("cannot read " + path.string());
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void write_file(const fs::path& path, const std::string& text) {
-    std::ofstream out(path);
-    out << text;
-    if (!out) throw std::runtime_error("cannot write " + path.string());
-}
-
-}  // namespace
-
 tls_material make_tls_material(const fs::path& dir) {
     const fs::path log = dir / "openssl.log";
     const auto p = [&](const char* name) { return (dir / name).string(); };
-    const std::vector<std::string> new_key = {"-newkey", "ec", "-pkeyopt",
-                                              "ec_paramgen_curve:prime256v1", "-nodes"};
     const auto req = [&](std::vector<std::string> extra) {
-        std::vector<std::string> argv = {"openssl", "req"};
-        argv.insert(argv.end(), new_key.begin(), new_key.end());
+        std::vector<std::string> argv = {"openssl", "req",      "-newkey",
+                                         "ec",      "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                                         "-nodes"};
         argv.insert(argv.end(), extra.begin(), extra.end());
         run(argv, log);
     };
@@ -50,11 +29,11 @@ tls_material make_tls_material(const fs::path& dir) {
     req({"-x509", "-keyout", p("other_ca.key"), "-out", p("other_ca.crt"), "-days", "2", "-subj",
          "/CN=other-ca"});
     req({"-keyout", p("server.key"), "-out", p("server.csr"), "-subj", "/CN=localhost"});
-    write_file(dir / "server.ext",
-               "subjectAltName=IP:127.0.0.1,DNS:localhost\nextendedKeyUsage=serverAuth\n");
+    std::ofstream(dir / "server.ext")
+        << "subjectAltName=IP:127.0.0.1,DNS:localhost\nextendedKeyUsage=serverAuth\n";
     sign("server.csr", "server.ext", "server.crt");
     req({"-keyout", p("client.key"), "-out", p("client.csr"), "-subj", "/CN=client1"});
-    write_file(dir / "client.ext", "extendedKeyUsage=clientAuth\n");
+    std::ofstream(dir / "client.ext") << "extendedKeyUsage=clientAuth\n";
     sign("client.csr", "client.ext", "client.crt");
 
     tls_material m;
@@ -63,13 +42,13 @@ tls_material make_tls_material(const fs::path& dir) {
     run({"openssl", "pkey", "-in", p("client.key"), "-aes256", "-passout",
          "pass:" + m.client_key_password, "-out", p("client_encrypted.key")},
         log);
-    m.ca_certificate = read_file(dir / "ca.crt");
-    m.server_certificate = read_file(dir / "server.crt");
-    m.server_key = read_file(dir / "server.key");
-    m.client_certificate = read_file(dir / "client.crt");
-    m.client_key = read_file(dir / "client.key");
-    m.client_key_encrypted = read_file(dir / "client_encrypted.key");
-    m.other_ca_certificate = read_file(dir / "other_ca.crt");
+    m.ca_certificate = read_text(dir / "ca.crt");
+    m.server_certificate = read_text(dir / "server.crt");
+    m.server_key = read_text(dir / "server.key");
+    m.client_certificate = read_text(dir / "client.crt");
+    m.client_key = read_text(dir / "client.key");
+    m.client_key_encrypted = read_text(dir / "client_encrypted.key");
+    m.other_ca_certificate = read_text(dir / "other_ca.crt");
     return m;
 }
 
