@@ -2,7 +2,6 @@
 
 // Shared by the client's unit and system tests.
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -59,7 +58,6 @@ class recorder {
         return [this](std::shared_ptr<const received_message> message) {
             std::lock_guard lock(mutex_);
             messages_.push_back(std::move(message));
-            arrived_.notify_all();
         };
     }
     std::vector<std::shared_ptr<const received_message>> messages() const {
@@ -73,7 +71,6 @@ class recorder {
 
   private:
     mutable std::mutex mutex_;
-    std::condition_variable arrived_;
     std::vector<std::shared_ptr<const received_message>> messages_;
 };
 
@@ -87,17 +84,14 @@ struct recorded_subscription {
               filter, quality_of_service::exactly_once, messages.handler())) {}
 };
 
-// A container as the module object builds it: the random string generator and the client
-// factory, and the given logger as the container's logger.
-inline std::shared_ptr<libtavohelper::module::service_container> make_container(
-    std::shared_ptr<liblog::log_interface> logger = nullptr) {
+// A container as the module object builds it: the random string generator and the client factory.
+inline std::shared_ptr<libtavohelper::module::service_container> make_container() {
     auto container = std::make_shared<libtavohelper::module::service_container>();
     container->register_factory<libstringutils::random_string_generator_interface>(
         std::function<std::unique_ptr<libstringutils::random_string_generator_interface>()>(
             &libstringutils::make_random_string_generator));
     container->register_factory<mqtt_client_interface, mqtt_client_settings>(
         make_client_factory(container));
-    if (logger) container->add_instance<liblog::log_interface>(std::move(logger));
     return container;
 }
 
