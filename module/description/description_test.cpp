@@ -142,6 +142,7 @@ TEST(text_section, every_text_is_filled_and_keeps_the_english_placeholders) {
             SCOPED_TRACE(language.key() + ": " + entry.key());
             const auto text = entry.value().at("Display").as<std::string>();
             EXPECT_FALSE(text.empty());
+            EXPECT_EQ((entry.key() + text).find("{cur}"), std::string::npos);  // channel expanded
             EXPECT_EQ(placeholders_of(text), placeholders_of(english(entry.key())));
         }
     }
