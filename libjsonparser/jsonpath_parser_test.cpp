@@ -159,14 +159,6 @@ TEST(jsonpath_parser, typed_queries_by_path_text_and_by_compiled_path) {
     }
 }
 
-TEST(jsonpath_parser, a_compiled_path_serves_many_documents) {
-    const jp::compiled_jsonpath path("$.v");
-    EXPECT_EQ(jp::jsonpath_parser(R"({"v": 1})").query_int64(path), 1);
-    EXPECT_EQ(jp::jsonpath_parser(R"({"v": "2x"})").query_int64(path), 2);
-    EXPECT_THROW(jp::jsonpath_parser(R"({"w": 3})").query_int64(path),
-                 lp::exceptions::empty_result);
-}
-
 TEST(jsonpath_parser, documents_that_are_not_one_json_value_are_refused) {
     for (const std::string document : {"", "   ", "{oops", "{} {}", "[1,", "\"open", "{'a': 1}"}) {
         SCOPED_TRACE(document);
