@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,25 +20,25 @@ namespace corvanis::monitoring_modules::mqtt::testing {
 // A memory log with the queries the tests ask of it.
 class client_log : public liblog::memory_logger {
   public:
-    // Lines containing the text.
-    std::size_t count(const std::string& text) const {
-        std::size_t n = 0;
-        for (const auto& [level, line] : lines()) n += line.find(text) != std::string::npos;
-        return n;
-    }
-    bool has(liblog::severity level, const std::string& text) const {
-        for (const auto& [l, line] : lines()) {
-            if (l == level && line.find(text) != std::string::npos) return true;
+    // Positions of the lines containing the text, at the level when one is given.
+    std::vector<long> find(const std::string& text,
+                           std::optional<liblog::severity> level = {}) const {
+        std::vector<long> found;
+        const auto all = lines();
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            if ((!level || all[i].first == *level) && all[i].second.find(text) != std::string::npos)
+                found.push_back(static_cast<long>(i));
         }
-        return false;
+        return found;
+    }
+    std::size_t count(const std::string& text) const { return find(text).size(); }
+    bool has(liblog::severity level, const std::string& text) const {
+        return !find(text, level).empty();
     }
     // Position of the first line containing the text, or -1.
     long index_of(const std::string& text) const {
-        const auto all = lines();
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            if (all[i].second.find(text) != std::string::npos) return static_cast<long>(i);
-        }
-        return -1;
+        const auto found = find(text);
+        return found.empty() ? -1 : found.front();
     }
     bool wait_for(const std::string& text, std::size_t times = 1) const {
         return test_support::eventually([&] { return count(text) >= times; });
@@ -51,15 +52,17 @@ class client_log : public liblog::memory_logger {
     }
 };
 
-// Keeps what a topic_subscription hands to its handler.
-class recorder {
+// A subscription that keeps what it receives.
+class recorded_subscription {
   public:
-    topic_subscription::message_handler handler() {
-        return [this](std::shared_ptr<const received_message> message) {
-            std::lock_guard lock(mutex_);
-            messages_.push_back(std::move(message));
-        };
-    }
+    explicit recorded_subscription(const std::string& filter)
+        : subscription(std::make_shared<topic_subscription>(
+              filter, quality_of_service::exactly_once,
+              [this](std::shared_ptr<const received_message> message) {
+                  std::lock_guard lock(mutex_);
+                  messages_.push_back(std::move(message));
+              })) {}
+
     std::vector<std::shared_ptr<const received_message>> messages() const {
         std::lock_guard lock(mutex_);
         return messages_;
@@ -69,19 +72,11 @@ class recorder {
         return test_support::eventually([&] { return size() >= count; });
     }
 
+    std::shared_ptr<topic_subscription> subscription;
+
   private:
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<const received_message>> messages_;
-};
-
-// A subscription with its recorder, kept alive together.
-struct recorded_subscription {
-    recorder messages;
-    std::shared_ptr<topic_subscription> subscription;
-
-    explicit recorded_subscription(const std::string& filter)
-        : subscription(std::make_shared<topic_subscription>(
-              filter, quality_of_service::exactly_once, messages.handler())) {}
 };
 
 // A container as the module object builds it: the random string generator and the client factory.
@@ -93,18 +88,6 @@ inline std::shared_ptr<libtavohelper::module::service_container> make_container(
     container->register_factory<mqtt_client_interface, mqtt_client_settings>(
         make_client_factory(container));
     return container;
-}
-
-inline mqtt_client_settings settings_for(const std::string& host, std::int64_t port,
-                                         const std::string& client_id,
-                                         std::shared_ptr<liblog::log_interface> logger) {
-    mqtt_client_settings s;
-    s.connection.host = host;
-    s.connection.port = port;
-    s.connection.client_id = client_id;
-    s.connection.connect_timeout = 5;
-    s.logger = std::move(logger);
-    return s;
 }
 
 }  // namespace corvanis::monitoring_modules::mqtt::testing
