@@ -5,8 +5,17 @@
 #include <algorithm>
 #include <optional>
 #include <regex>
+#include <set>
 
 #include <jsoncons/json.hpp>
+
+#include "libjsonparser/errors.h"
+#include "libparser/errors.h"
+#include "libregex/regex_errors.h"
+#include "libtavohelper/errors.h"
+#include "libtimeutils/errors.h"
+#include "mqtt/exceptions.h"
+#include "mqtt/sensors/channels.h"
 
 namespace corvanis::monitoring_modules::mqtt {
 namespace {
@@ -81,10 +90,8 @@ TEST(settings_form, settings_show_their_english_texts_defaults_and_conditions) {
     };
     // clang-format off
     const std::vector<row> rows = {
-        {"connection_mqtt", "port", "Port", "", "", "1883", {}},
         {"tls", "active", "Transport-Level Security", "", "", "no",
          {"Do not use transport-level security (default)", "Use transport-level security"}},
-        {"connection_statistics", "topic", "Topic", "", "", std::nullopt, {}},
         {"connection_subscribe_custom", "channel1_name", "Channel #1 Name", "", "", "", {}},
         {"connection_subscribe_custom", "channel2", "Channel #2", "", "", "disable",
          {"Disable (default)", "Enable"}},
@@ -144,6 +151,39 @@ TEST(text_section, every_text_is_filled_and_keeps_the_english_placeholders) {
             EXPECT_FALSE(text.empty());
             EXPECT_EQ((entry.key() + text).find("{cur}"), std::string::npos);  // channel expanded
             EXPECT_EQ(placeholders_of(text), placeholders_of(english(entry.key())));
+        }
+    }
+}
+
+using message_table = std::vector<const libi18n::i18n_msg*> (*)();
+
+// One line per library that defines messages, with the prefix its keys must carry.
+// clang-format off
+const std::pair<std::string, message_table> tables[] = {
+    {"libi18n.error.",
+     +[] { return std::vector<const libi18n::i18n_msg*>{&libi18n::messages::generic()}; }},
+    {"libtavohelper.error.", &libtavohelper::messages::all},
+    {"libparser.error.", &libparser::messages::all},
+    {"libjsonparser.error.", &libjsonparser::messages::all},
+    {"libregex.error.", &libregex::messages::all},
+    {"libtimeutils.error.", &libtimeutils::messages::all},
+    {"", &messages::all},
+    {"", &messages::sensor_messages},
+};
+// clang-format on
+
+// Every message the code can raise reaches the host under its key with the same English text.
+TEST(text_section, every_message_of_the_code_is_in_the_english_catalogue_with_its_text) {
+    std::set<std::string> keys;
+    for (const auto& [prefix, table] : tables) {
+        const auto messages = table();
+        EXPECT_FALSE(messages.empty()) << prefix;
+        for (const auto* message : messages) {
+            SCOPED_TRACE(message->key());
+            EXPECT_TRUE(keys.insert(message->key()).second) << "key defined twice";
+            EXPECT_TRUE(message->key().starts_with(prefix));
+            ASSERT_TRUE(translations("English").contains(message->key()));
+            EXPECT_EQ(english(message->key()), message->default_text());
         }
     }
 }
