@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "libtavohelper/errors.h"
 #include "libtavohelper/settings/kinds.h"
 #include "libtavohelper/settings/sensor_data_wrapper.h"
@@ -15,70 +17,67 @@ namespace errors = th::utils::exceptions;
 
 namespace {
 
+// What a call gave ("ok" for nothing, "none" for an empty setting), or "key: English text"
+// of the setting error it raised.
 template <class F>
-std::string failure_of(F&& f) {
+std::string outcome(F&& f) {
     try {
-        f();
+        if constexpr (std::is_void_v<decltype(f())>) {
+            f();
+            return "ok";
+        } else if constexpr (std::is_same_v<decltype(f()), std::string>) {
+            return f();
+        } else {
+            const auto value = f();
+            if (!value) return "none";
+            std::ostringstream os;
+            os.precision(17);
+            os << *value;
+            return os.str();
+        }
     } catch (const errors::setting_error& e) {
         return e.message().key() + ": " + e.what();
     }
-    return "ok";
 }
 
-TEST(setting_kinds, integer_parsing_and_bounds) {
+TEST(setting_kinds, values_and_refusals_of_each_kind) {
     const kind_integer::validation_rules port{.minimum = 1, .maximum = 65535};
-    struct row {
-        const char* text;
-        std::optional<std::int64_t> value;
-        const char* failure;
+    const kind_string::validation_rules name{.max_length = 32, .name = "channel1_name"};
+    const auto integer = [&](std::string t) {
+        return outcome([&] { return kind_integer::parse_and_validate(t, port); });
     };
-    const row rows[] = {
-        {"1883", 1883, "ok"},
-        {"1", 1, "ok"},
-        {"65535", 65535, "ok"},
-        {"", std::nullopt, "ok"},
-        {"0",
-         {},
+    const auto floating = [](std::string t) {
+        return outcome([&] { return kind_float::parse_and_validate(t); });
+    };
+    const auto text = [&](std::string t) {
+        return outcome([&] { return kind_string::parse_and_validate(t, name); });
+    };
+    const std::string invalid = "libtavohelper.error.setting_invalid: Setting value ";
+    const std::pair<std::string, std::string> rows[] = {
+        {integer("1883"), "1883"},
+        {integer("1"), "1"},
+        {integer("65535"), "65535"},
+        {integer(""), "none"},
+        {integer("0"),
          "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
          "value of 1."},
-        {"65536",
-         {},
+        {integer("65536"),
          "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
          "allowed value of 65535."},
-        {"12ab",
-         {},
-         "libtavohelper.error.setting_invalid: Setting value 12ab is invalid. Expected a whole "
-         "number."},
-        {"99999999999999999999",
-         {},
-         "libtavohelper.error.setting_invalid: Setting value 99999999999999999999 is invalid. "
-         "Expected a whole number."},
+        {integer("12ab"), invalid + "12ab is invalid. Expected a whole number."},
+        {integer("99999999999999999999"),
+         invalid + "99999999999999999999 is invalid. Expected a whole number."},
+        {floating("2.5"), "2.5"},
+        {floating("-1e3"), "-1000"},
+        {floating(""), "none"},
+        {floating("nan"), invalid + "nan is invalid. Expected a number."},
+        {floating("1,5"), invalid + "1,5 is invalid. Expected a number."},
+        {text(std::string(32, 'x')), std::string(32, 'x')},
+        {text(std::string(33, 'x')),
+         "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer "
+         "than the maximum allowed length of 32."},
     };
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.text);
-        EXPECT_EQ(failure_of([&] { kind_integer::parse_and_validate(r.text, port); }), r.failure);
-        if (std::string(r.failure) == "ok") {
-            EXPECT_EQ(kind_integer::parse_and_validate(r.text, port), r.value);
-        }
-    }
-}
-
-TEST(setting_kinds, float_string_and_secure_kinds) {
-    EXPECT_EQ(kind_float::parse_and_validate("2.5"), 2.5);
-    EXPECT_EQ(kind_float::parse_and_validate("-1e3"), -1000.0);
-    EXPECT_EQ(kind_float::parse_and_validate(""), std::nullopt);
-    EXPECT_EQ(
-        failure_of([] { kind_float::parse_and_validate("nan"); }),
-        "libtavohelper.error.setting_invalid: Setting value nan is invalid. Expected a number.");
-    EXPECT_EQ(failure_of([] { kind_float::parse_and_validate("1,5"); }).substr(0, 35),
-              "libtavohelper.error.setting_invalid");
-
-    const kind_string::validation_rules name{.max_length = 32, .name = "channel1_name"};
-    EXPECT_EQ(kind_string::parse_and_validate(std::string(32, 'x'), name), std::string(32, 'x'));
-    EXPECT_EQ(
-        failure_of([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
-        "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
-        "the maximum allowed length of 32.");
+    for (const auto& [got, expected] : rows) EXPECT_EQ(got, expected);
     EXPECT_EQ(kind_securestring::parse_and_validate("s3cret").plain(), "s3cret");
 }
 
@@ -126,10 +125,10 @@ TEST(sensor_data_wrapper, decodes_what_a_host_encodes_and_finds_secrets_in_both_
     EXPECT_EQ(data.get_value("host"), "broker");
     EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
     EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
-    EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
+    EXPECT_EQ(outcome([&] { data.get_value("tls.client_key_password"); }),
               "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" "
               "was not available.");
-    EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
+    EXPECT_EQ(outcome([&] { data.get_secure_value("port"); }).substr(0, 41),
               "libtavohelper.error.setting_not_available");
     EXPECT_EQ(data.get_persistent_data().at("time_of_last_message"), "t");
     EXPECT_EQ(data.get_channels(), std::set<int>{3});
