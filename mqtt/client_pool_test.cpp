@@ -11,7 +11,7 @@ using corvanis::monitoring_modules::libtavohelper::module::service_container;
 
 namespace {
 
-// Records what the pool asks of the factory; fails on demand.
+// A client with fixed answers.
 class fake_client : public mqtt::mqtt_client_interface {
   public:
     explicit fake_client(std::string id) : id_(std::move(id)) {}
@@ -36,17 +36,16 @@ struct pool : ::testing::Test {
     int made = 0;
     bool fail = false;
 
+    // Counts the clients it makes; fails on demand.
     void SetUp() override {
+        using client_ptr = std::unique_ptr<mqtt::mqtt_client_interface>;
         container->register_factory<mqtt::mqtt_client_interface, mqtt::mqtt_client_settings>(
-            std::function<std::unique_ptr<mqtt::mqtt_client_interface>(mqtt::mqtt_client_settings)>(
-                [this](
-                    mqtt::mqtt_client_settings s) -> std::unique_ptr<mqtt::mqtt_client_interface> {
-                    if (fail) {
-                        throw mqtt::exceptions::not_authorized(mqtt::messages::not_authorized()());
-                    }
-                    ++made;
-                    return std::make_unique<fake_client>(s.connection.client_id);
-                }));
+            std::function<client_ptr(mqtt::mqtt_client_settings)>([this](auto s) -> client_ptr {
+                if (fail)
+                    throw mqtt::exceptions::not_authorized(mqtt::messages::not_authorized()());
+                ++made;
+                return std::make_unique<fake_client>(s.connection.client_id);
+            }));
     }
     std::shared_ptr<mqtt::mqtt_client_interface> acquire(const mqtt::mqtt_client_settings& s) {
         return mqtt::acquire_client(*container, s);
@@ -60,7 +59,9 @@ mqtt::mqtt_client_settings key() {
     return s;
 }
 
-TEST_F(pool, equal_settings_share_the_live_client) {
+// The pool never owns clients, and never replaces the entry of one that has gone: after that,
+// equal settings are no longer shared.
+TEST_F(pool, equal_settings_share_the_live_client_and_only_the_first) {
     auto first = acquire(key());
     auto other_timeout = key();
     other_timeout.connection.connect_timeout = 99;
@@ -73,6 +74,13 @@ TEST_F(pool, equal_settings_share_the_live_client) {
     suffixed.connection.client_id_suffix_length = 8;
     EXPECT_NE(acquire(suffixed), first);
     EXPECT_EQ(made, 2);
+
+    const std::weak_ptr<mqtt::mqtt_client_interface> gone = first;
+    first.reset();
+    EXPECT_TRUE(gone.expired());
+    auto a = acquire(key());
+    EXPECT_NE(acquire(key()), a);
+    EXPECT_EQ(made, 4);
 }
 
 TEST_F(pool, a_failed_construction_stores_nothing) {
@@ -84,25 +92,14 @@ TEST_F(pool, a_failed_construction_stores_nothing) {
     EXPECT_EQ(made, 1);
 }
 
-// The pool never owns clients, and never replaces the entry of one that has gone.
-TEST_F(pool, once_the_first_client_is_gone_later_ones_are_not_shared) {
-    std::weak_ptr<mqtt::mqtt_client_interface> first = acquire(key());
-    EXPECT_TRUE(first.expired());
-    auto a = acquire(key());
-    auto b = acquire(key());
-    EXPECT_NE(a, b);
-    EXPECT_EQ(made, 3);
-}
-
 TEST(client_pool, usage_lines_name_the_client_and_its_counts) {
     lg::memory_logger log;
     mqtt::log_client_usage(log, fake_client("KESH_1abc"));
-    const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].second, "Using MQTT Client with Client ID: KESH_1abc");
-    EXPECT_EQ(lines[1].second, "  Number of active Clients    : 3");
-    EXPECT_EQ(lines[2].second, "  Subscriptions on used Client: 2");
-    EXPECT_EQ(lines[0].first, lg::severity::debug);
+    const auto d = lg::severity::debug;
+    EXPECT_EQ(log.lines(),
+              (decltype(log.lines()){{d, "Using MQTT Client with Client ID: KESH_1abc"},
+                                     {d, "  Number of active Clients    : 3"},
+                                     {d, "  Subscriptions on used Client: 2"}}));
 }
 
 }  // namespace
