@@ -29,22 +29,18 @@ std::shared_ptr<th::settings::channel_map> two_channels() {
     return map;
 }
 
+// Values, texts, lookups and kinds also reach the end-to-end hosts; these fields do not.
 TEST(wire, scan_result_round_trips_through_its_bytes) {
     th::responses::sensor_scan_result result(5, two_channels());
     result.set_value(0, 4L);
     result.set_value(1, 21.5);
     result.set_response_message(th::messages::setting_invalid()("x", "why"));
     result.set_error_code(17);
-
-    const auto m = decode(result.serialize());
-    ASSERT_TRUE(m.has_scan_result());
-    const auto& r = m.scan_result();
+    const auto r = decode(result.serialize()).scan_result();
     EXPECT_EQ(r.sensor_id(), 5);
-    EXPECT_EQ(r.message().text(), "Setting value x is invalid. why");
     EXPECT_EQ(r.message().default_text(), "Setting value %0:s is invalid. %1:s");
     ASSERT_EQ(r.definitions_size(), 2);
-    EXPECT_EQ(r.definitions(0).lookup(), "rttstate");
-    EXPECT_EQ(r.definitions(1).kind(), wire::CHANNEL_KIND_FLOAT);
+    EXPECT_EQ(r.definitions(1).unit(), "C");
     EXPECT_DOUBLE_EQ(r.definitions(1).scale_factor(), 0.1);
 
     th::responses::sensor_scan_result restored(9, two_channels());
