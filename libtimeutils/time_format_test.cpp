@@ -18,12 +18,11 @@ const tu::time_point latest = tu::time_point::max();
 const tu::time_point earliest = tu::time_point::min();
 
 TEST(time_format, formats_utc_with_nanoseconds_and_parses_it_back) {
-    struct format_case {
+    const struct {
         tu::time_point time;
         const char* format;
         const char* text;
-    };
-    const std::vector<format_case> cases = {
+    } cases[] = {
         {at(0), tu::iso8601_format, "1970-01-01T00:00:00.000000000+00:00"},
         {at(1'700'000'000'123'456'789), tu::iso8601_format, "2023-11-14T22:13:20.123456789+00:00"},
         {at(-1), tu::iso8601_format, "1969-12-31T23:59:59.999999999+00:00"},
@@ -41,12 +40,11 @@ TEST(time_format, formats_utc_with_nanoseconds_and_parses_it_back) {
 }
 
 TEST(time_format, parses_offsets_short_fractions_and_a_final_z) {
-    struct parse_case {
+    const struct {
         const char* text;
         const char* format;
         std::int64_t ns;
-    };
-    const std::vector<parse_case> cases = {
+    } cases[] = {
         {"1970-01-01T00:00:00+00:00", tu::iso8601_format, 0},
         {"1970-01-01T00:00:00.5+00:00", tu::iso8601_format, 500'000'000},
         {"1970-01-01T02:00:00.000000001+02:00", tu::iso8601_format, 1},
@@ -63,11 +61,10 @@ TEST(time_format, parses_offsets_short_fractions_and_a_final_z) {
 TEST(time_format, refuses_texts_off_the_format_and_dates_that_do_not_exist) {
     const std::string could_not_parse = "libtimeutils.error.could_not_parse";
     const std::string invalid_date = "libtimeutils.error.invalid_date";
-    struct refusal {
+    const struct {
         std::string text;
         std::string key;
-    };
-    const std::vector<refusal> cases = {
+    } cases[] = {
         {"", could_not_parse},
         {"yesterday", could_not_parse},
         {" 2023-01-01T10:00:00+00:00", could_not_parse},
