@@ -21,12 +21,4 @@ TEST(i18n_exception, unrenderable_and_literal_texts_are_shown_as_written) {
     EXPECT_EQ(i18n::i18n_msg::literal("100% done %0:s").render(), "100% done %0:s");
 }
 
-TEST(i18n_exception, plain_exceptions_become_the_generic_message) {
-    const auto msg = i18n::to_i18n_msg(std::runtime_error("disk full"));
-    EXPECT_EQ(msg.key(), "libi18n.error.generic");
-    EXPECT_EQ(msg.render(), "An error occurred. disk full");
-    EXPECT_EQ(i18n::to_i18n_msg(i18n::i18n_exception(sample()("x", "y"))).key(),
-              "test.error.sample");
-}
-
 }  // namespace
