@@ -78,34 +78,31 @@ class module_exports : public ::testing::Test {
     std::vector<wire::ModuleMessage> messages;  // guarded by mutex
 };
 
-TEST_F(module_exports, answers_before_initialisation) {
+TEST_F(module_exports, answers_before_initialisation_and_after_cleanup_and_initialises_once) {
     EXPECT_EQ(GetApiLevel(), 6);
-    EXPECT_EQ(ExecuteSensorScan(1), 3);
-    EXPECT_EQ(CreateSensorInstance(1, nullptr, 0), 3);
-    EXPECT_EQ(DestroySensorInstance(1), 3);
-    EXPECT_EQ(ExecuteMetaScan(1, 0, nullptr, 0), 3);
-    EXPECT_EQ(ExecuteCheck(1, nullptr, 0), 3);
-    uint32_t size = 0;
-    EXPECT_EQ(GetModuleInformationSync(nullptr, nullptr, true), 1);
-    EXPECT_EQ(GetModuleInformationSync(nullptr, &size, true), 2);
-    GetModuleInformation(true);
-    EXPECT_EQ(CleanupModule(), 0);
-    EXPECT_EQ(CleanupModule(), 0);
-    EXPECT_TRUE(messages.empty());
-}
+    for (const char* round : {"before initialisation", "after cleanup"}) {
+        SCOPED_TRACE(round);
+        EXPECT_EQ(ExecuteSensorScan(1), 3);
+        EXPECT_EQ(CreateSensorInstance(1, nullptr, 0), 3);
+        EXPECT_EQ(DestroySensorInstance(1), 3);
+        EXPECT_EQ(ExecuteMetaScan(1, 0, nullptr, 0), 3);
+        EXPECT_EQ(ExecuteCheck(1, nullptr, 0), 3);
+        uint32_t size = 0;
+        EXPECT_EQ(GetModuleInformationSync(nullptr, nullptr, true), 1);
+        EXPECT_EQ(GetModuleInformationSync(nullptr, &size, true), 2);
+        GetModuleInformation(true);
+        EXPECT_EQ(CleanupModule(), 0);
+        EXPECT_TRUE(messages.empty());
 
-TEST_F(module_exports, initialises_once_and_again_after_cleanup) {
-    ASSERT_EQ(init(), 0);
-    trace_everything();
-    EXPECT_EQ(init(), 1);
-    EXPECT_EQ(log_texts(),
-              std::vector<std::string>{"InitializeModule called on already initialized module."});
-    EXPECT_EQ(GetApiLevel(), 6);
-    EXPECT_EQ(CleanupModule(), 0);
-    EXPECT_EQ(ExecuteSensorScan(1), 3);
-    EXPECT_EQ(init(), 0);
-    uint32_t size = 0;
-    EXPECT_EQ(GetModuleInformationSync(nullptr, &size, false), 0);
+        ASSERT_EQ(init(), 0);
+        trace_everything();
+        EXPECT_EQ(init(), 1);
+        EXPECT_EQ(log_texts(), std::vector<std::string>{
+                                   "InitializeModule called on already initialized module."});
+        EXPECT_EQ(GetModuleInformationSync(nullptr, &size, false), 0);
+        EXPECT_EQ(CleanupModule(), 0);
+        clear();
+    }
 }
 
 TEST_F(module_exports, module_information_size_protocol) {
