@@ -3,7 +3,6 @@
 #include "liblog/memory_logger.h"
 #include "mqtt/exceptions.h"
 #include "mqtt/topic_subscription.h"
-#include "tests/support/expectations.h"
 
 namespace mqtt = corvanis::monitoring_modules::mqtt;
 namespace lg = corvanis::monitoring_modules::liblog;
@@ -84,21 +83,6 @@ TEST(topic_subscription, a_backslash_in_the_filter_acts_as_an_escape) {
     }
     ASSERT_EQ(log->lines().size(), 1u);
     EXPECT_NE(log->lines()[0].second.find("Pattern used: a\\"), std::string::npos);
-}
-
-TEST(topic_subscription, receive_hands_the_message_to_the_handler) {
-    std::shared_ptr<const mqtt::received_message> got;
-    mqtt::topic_subscription sub("t", mqtt::quality_of_service::at_least_once,
-                                 [&](auto message) { got = std::move(message); });
-    auto message = std::make_shared<mqtt::received_message>();
-    message->topic = "t";
-    sub.receive(message);
-    EXPECT_EQ(got, message);
-    EXPECT_EQ(sub.get_topic_filter(), "t");
-    EXPECT_EQ(sub.get_quality_of_service(), mqtt::quality_of_service::at_least_once);
-
-    mqtt::topic_subscription empty("t", mqtt::quality_of_service::at_most_once, {});
-    EXPECT_THROW(empty.receive(message), std::bad_function_call);
 }
 
 }  // namespace
