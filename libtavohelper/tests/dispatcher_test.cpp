@@ -14,40 +14,9 @@ namespace wire = corvanis::tavo::wire;
 using th::settings::sensor_data_wrapper;
 using message = wire::ModuleMessage;
 using strings = std::vector<std::string>;
+using enum th::module::dispatch_result;
 
 namespace {
-
-// The host side of the callback: every message the module sent, decoded.
-struct inbox {
-    std::mutex mutex;
-    std::vector<message> messages;
-
-    static void callback(std::uint64_t context, const void* bytes, std::uint32_t size) {
-        auto* self = reinterpret_cast<inbox*>(context);
-        message m;
-        ASSERT_TRUE(m.ParseFromArray(bytes, static_cast<int>(size)));
-        std::lock_guard lock(self->mutex);
-        self->messages.push_back(std::move(m));
-    }
-    std::vector<message> take(message::BodyCase body) {
-        std::lock_guard lock(mutex);
-        std::vector<message> out;
-        for (const auto& m : messages)
-            if (m.body_case() == body) out.push_back(m);
-        return out;
-    }
-    // The failure key of each answer of that kind ("" for none), in order.
-    strings keys(message::BodyCase body) {
-        strings out;
-        for (const auto& m : take(body)) {
-            out.push_back(body == message::kScanResult ? m.scan_result().message().key()
-                          : body == message::kCheckResult
-                              ? m.check_result().message().key()
-                              : m.notification_response().message().key());
-        }
-        return out;
-    }
-};
 
 struct counter_settings {
     explicit counter_settings(const sensor_data_wrapper& data)
@@ -102,8 +71,8 @@ class quiet_notification : public th::notifications::service_interface {
 
 class test_module : public th::module::module_instance {
   public:
-    explicit test_module(inbox& box)
-        : module_instance(reinterpret_cast<std::uint64_t>(&box), &inbox::callback) {
+    test_module(std::uint64_t context, th::module::host_callback callback)
+        : module_instance(context, callback) {
         dispatcher()->register_sensor_as<counter_sensor>("counter");
         dispatcher()->register_check_as<ok_check>("ok_check");
         dispatcher()->register_notification_as<quiet_notification>("quiet");
@@ -113,44 +82,67 @@ class test_module : public th::module::module_instance {
     std::string get_module_information() override { return "{}"; }
 };
 
+// Plays the host: every message the module sends arrives decoded in `messages`.
 class sensor_dispatcher : public ::testing::Test {
   protected:
+    static void callback(std::uint64_t context, const void* bytes, std::uint32_t size) {
+        auto* self = reinterpret_cast<sensor_dispatcher*>(context);
+        message m;
+        ASSERT_TRUE(m.ParseFromArray(bytes, static_cast<int>(size)));
+        std::lock_guard lock(self->mutex);
+        self->messages.push_back(std::move(m));
+    }
+    std::vector<message> take(message::BodyCase body) {
+        std::lock_guard lock(mutex);
+        std::vector<message> out;
+        for (const auto& m : messages)
+            if (m.body_case() == body) out.push_back(m);
+        return out;
+    }
+    // The failure key of each answer of that kind ("" for none), in order.
+    strings keys(message::BodyCase body) {
+        strings out;
+        for (const auto& m : take(body)) {
+            out.push_back(body == message::kScanResult ? m.scan_result().message().key()
+                          : body == message::kCheckResult
+                              ? m.check_result().message().key()
+                              : m.notification_response().message().key());
+        }
+        return out;
+    }
     static sensor_data_wrapper block(std::string kind, std::map<std::string, std::string> s) {
         return {std::move(kind), std::move(s)};
     }
-    inbox box;
-    test_module module{box};
+    std::mutex mutex;
+    std::vector<message> messages;  // guarded by mutex
+    test_module module{reinterpret_cast<std::uint64_t>(this), &callback};
     th::module::sensor_dispatcher& d = *module.dispatcher();
 };
 
 TEST_F(sensor_dispatcher, lifecycle_result_codes_and_why_creation_failed) {
-    EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), th::module::dispatch_unknown_kind);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})),
-              th::module::dispatch_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), dispatch_unknown_kind);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})), dispatch_creation_failed);
     EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "0"}})),
-              th::module::dispatch_creation_failed);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})),
-              th::module::dispatch_ok);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})),
-              th::module::dispatch_id_in_use);
-    EXPECT_EQ(d.execute_sensor_scan(2), th::module::dispatch_unknown_id);
-    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})),
-              th::module::dispatch_unsupported_selector);
-    EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_ok);
-    EXPECT_EQ(d.destroy_sensor_instance(1), th::module::dispatch_unknown_id);
+              dispatch_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), dispatch_ok);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), dispatch_id_in_use);
+    EXPECT_EQ(d.execute_sensor_scan(2), dispatch_unknown_id);
+    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})), dispatch_unsupported_selector);
+    EXPECT_EQ(d.destroy_sensor_instance(1), dispatch_ok);
+    EXPECT_EQ(d.destroy_sensor_instance(1), dispatch_unknown_id);
 
     ASSERT_EQ(
-        box.keys(message::kScanResult),
+        keys(message::kScanResult),
         (strings{"libtavohelper.error.sensor_registry", "libtavohelper.error.setting_not_available",
                  "libtavohelper.error.setting_invalid_less_min"}));
-    const auto results = box.take(message::kScanResult);
+    const auto results = take(message::kScanResult);
     EXPECT_EQ(results[1].scan_result().message().text(), "The setting \"step\" was not available.");
     for (const auto& r : results) EXPECT_EQ(r.scan_result().response_code(), 3);
 }
 
 TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_banners) {
     ASSERT_EQ(d.create_sensor_instance(4, block("counter", {{"step", "5"}})), 0);
-    EXPECT_TRUE(box.take(message::kLog).empty());  // default threshold: warnings and worse
+    EXPECT_TRUE(take(message::kLog).empty());  // default threshold: warnings and worse
     wire::SettingsBlock raw;
     raw.set_log_threshold(7);
     const auto encoded = raw.SerializeAsString();
@@ -160,7 +152,7 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
     for (int i = 0; i < 3; ++i) ASSERT_EQ(d.execute_sensor_scan(4), 0);
     d.destroy_sensor_instance(4);
 
-    const auto results = box.take(message::kScanResult);
+    const auto results = take(message::kScanResult);
     ASSERT_EQ(results.size(), 3u);
     EXPECT_EQ(results[1].scan_result().values(0).integer(), 10);
     ASSERT_EQ(results[1].scan_result().definitions_size(), 1);
@@ -168,14 +160,14 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
     EXPECT_EQ(results[2].scan_result().response_code(), 3);
     EXPECT_EQ(results[2].scan_result().message().key(), "libi18n.error.generic");
     EXPECT_EQ(results[2].scan_result().message().text(), "An error occurred. too many");
-    const auto persisted = box.take(message::kPersistentData);
+    const auto persisted = take(message::kPersistentData);
     ASSERT_EQ(persisted.size(), 2u);
     EXPECT_EQ(persisted[1].persistent_data().sensor_id(), 4);
     EXPECT_EQ(persisted[1].persistent_data().key(), "total");
     EXPECT_EQ(persisted[1].persistent_data().value(), "10");
 
     strings lines;
-    for (const auto& m : box.take(message::kLog)) {
+    for (const auto& m : take(message::kLog)) {
         EXPECT_EQ(m.log().source(), wire::Log::SENSOR);
         EXPECT_EQ(m.log().sensor_id(), 4);
         lines.push_back(std::to_string(m.log().line().severity()) + " " + m.log().line().text());
@@ -188,23 +180,22 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
 
 TEST_F(sensor_dispatcher, checks_and_notifications_report_failures_through_the_callback) {
     EXPECT_EQ(d.execute_check(3, block("ok_check", {{"step", "1"}})), 0);
-    EXPECT_EQ(d.execute_check(3, block("ok_check", {})), th::module::dispatch_creation_failed);
-    EXPECT_EQ(d.execute_check(3, block("nope", {})), th::module::dispatch_unknown_kind);
-    EXPECT_EQ(box.keys(message::kCheckResult),
-              (strings{"", "libtavohelper.error.setting_not_available",
-                       "libtavohelper.error.sensor_registry"}));
-    const auto checks = box.take(message::kCheckResult);
+    EXPECT_EQ(d.execute_check(3, block("ok_check", {})), dispatch_creation_failed);
+    EXPECT_EQ(d.execute_check(3, block("nope", {})), dispatch_unknown_kind);
+    EXPECT_EQ(keys(message::kCheckResult), (strings{"", "libtavohelper.error.setting_not_available",
+                                                    "libtavohelper.error.sensor_registry"}));
+    const auto checks = take(message::kCheckResult);
     for (std::size_t i = 0; i < checks.size(); ++i)
         EXPECT_EQ(checks[i].check_result().success(), i == 0);
 
     const auto notify = th::module::meta_scan_notification;
     EXPECT_EQ(d.execute_meta_scan(9, notify, block("quiet", {})),
-              th::module::dispatch_notification_failed);  // the block holds no request
-    EXPECT_EQ(d.execute_meta_scan(9, notify, block("nope", {})), th::module::dispatch_unknown_kind);
-    EXPECT_EQ(box.keys(message::kNotificationResponse),
+              dispatch_notification_failed);  // the block holds no request
+    EXPECT_EQ(d.execute_meta_scan(9, notify, block("nope", {})), dispatch_unknown_kind);
+    EXPECT_EQ(keys(message::kNotificationResponse),
               (strings{"libtavohelper.error.setting_not_available",
                        "libtavohelper.error.sensor_registry"}));
-    for (const auto& m : box.take(message::kNotificationResponse))
+    for (const auto& m : take(message::kNotificationResponse))
         EXPECT_FALSE(m.notification_response().success());
 }
 
@@ -218,7 +209,7 @@ TEST_F(sensor_dispatcher, concurrent_scans_and_destroy_are_safe) {
         });
     }
     for (auto& t : threads) t.join();
-    EXPECT_EQ(box.take(message::kScanResult).size(), 200u);
+    EXPECT_EQ(take(message::kScanResult).size(), 200u);
 }
 
 }  // namespace
