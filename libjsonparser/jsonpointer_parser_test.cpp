@@ -25,6 +25,8 @@ const char* const payload = R"({
     "a/b": 1, "m~n": 2, "list": [10, 20, [30]], "": "blank key"
 })";
 
+// Only selection differs from the JSONPath parser: conversions and document parsing are
+// shared, and tested there.
 TEST(jsonpointer_parser, exact_and_case_insensitive_selection_table) {
     struct pointer_case {
         const char* path;
@@ -58,17 +60,6 @@ TEST(jsonpointer_parser, exact_and_case_insensitive_selection_table) {
         EXPECT_EQ(text_or_key(exact, c.path), c.exact);
         EXPECT_EQ(text_or_key(ignoring_case, c.path), c.ignoring_case);
     }
-}
-
-TEST(jsonpointer_parser, typed_queries_follow_the_shared_conversion_rules) {
-    const jp::case_insensitive_jsonpointer_parser parser(
-        R"({"v": "42abc", "list": [1, 2], "f": 2.5, "t": "true"})");
-    EXPECT_EQ(parser.query_int64("/V"), 42);
-    EXPECT_DOUBLE_EQ(parser.query_double("/f"), 2.5);
-    EXPECT_TRUE(parser.query_bool("/T"));
-    EXPECT_THROW(parser.query_int64("/list"), jp::exceptions::unexpected_array_error);
-    EXPECT_THROW(parser.query_int64("/f"), jp::exceptions::conversion_error);
-    EXPECT_THROW(jp::jsonpointer_parser("{"), jp::exceptions::parse_error);
 }
 
 }  // namespace
