@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/tests/fake_description.h"
+#include "host/tests/sample_description.h"
 
 namespace corvanis::monitoring_modules::host {
 namespace {
@@ -42,7 +42,7 @@ wire::ScanResult sample_result() {
 }
 
 TEST(output_test, scan_results_become_one_exact_json_line) {
-    const auto doc = description::parse(fake_description);
+    const auto doc = description::parse(sample_description);
     const auto view = make_scan_view(sample_result(), "counter_sensor", &doc);
     EXPECT_EQ(
         json_line(view),
@@ -125,7 +125,7 @@ TEST(output_test, check_and_notification_lines_keep_their_documented_shape) {
 }
 
 TEST(output_test, tables_align_values_with_units_and_state_texts) {
-    const auto doc = description::parse(fake_description);
+    const auto doc = description::parse(sample_description);
     const auto text =
         table_block(make_scan_view(sample_result(), "counter_sensor", &doc), "12:00:00", {});
     EXPECT_EQ(text,
@@ -165,9 +165,9 @@ TEST(output_test, failures_say_why_in_the_table) {
     EXPECT_EQ(table_block(make_scan_view(r, "roundtrip_sensor", nullptr), "t", {}),
               "t  #2 roundtrip_sensor  ERROR\n    Broker b1 is gone.\n");
     wire::CheckResult check;
-    EXPECT_NE(
-        table_block(check, "fake_check", "t", {}).find("FAILED\n    No connection could be made"),
-        std::string::npos);
+    EXPECT_NE(table_block(check, "mqtt_connect_check", "t", {})
+                  .find("FAILED\n    No connection could be made"),
+              std::string::npos);
     wire::NotificationResponse response;
     response.mutable_message()->set_text("Refused.");
     response.add_lines()->set_severity(3);

@@ -11,12 +11,11 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <jsoncons/json.hpp>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-extern char** environ;
 
 namespace probe_test {
 
@@ -25,72 +24,67 @@ struct outcome {
     std::string out;
     std::string err;
 
-    std::vector<std::string> out_lines() const {
-        std::vector<std::string> lines;
+    // Each line of stdout as JSON; throws when a line is not (stdout must carry nothing else).
+    std::vector<jsoncons::json> json_lines() const {
+        std::vector<jsoncons::json> lines;
         std::istringstream in(out);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(jsoncons::json::parse(line));
         return lines;
     }
 };
 
-// A running tavo-probe. A child still alive after `limit` is killed, so a hang fails
+// A running tavo-probe. A child still running after a minute is killed, so a hang fails
 // the test instead of stalling the suite.
 class child {
   public:
-    child(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
-        int out_pipe[2];
-        int err_pipe[2];
-        if (pipe2(out_pipe, O_CLOEXEC) != 0 || pipe2(err_pipe, O_CLOEXEC) != 0)
-            throw std::runtime_error("pipe");
+    static constexpr auto limit = std::chrono::seconds(60);
+
+    explicit child(const std::vector<std::string>& args) {
+        int pipes[2][2];
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out_pipe[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, err_pipe[1], 2);
-        std::vector<std::string> argv_text = {TAVO_PROBE_PATH};
-        argv_text.insert(argv_text.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (auto& a : argv_text) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        std::vector<std::string> env_text;
-        for (char** e = environ; *e != nullptr; ++e) env_text.emplace_back(*e);
-        env_text.insert(env_text.end(), env.begin(), env.end());
-        std::vector<char*> envp;
-        for (auto& e : env_text) envp.push_back(e.data());
-        envp.push_back(nullptr);
-        if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) {
-            throw std::runtime_error("cannot start tavo-probe");
+        for (int i = 0; i < 2; ++i) {
+            if (pipe2(pipes[i], O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+            posix_spawn_file_actions_adddup2(&actions, pipes[i][1], i + 1);
         }
+        // posix_spawn leaves the strings alone; its signature is older than const.
+        std::vector<char*> argv = {const_cast<char*>(TAVO_PROBE_PATH)};
+        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        const int failed = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
-        close(out_pipe[1]);
-        close(err_pipe[1]);
-        out_fd_ = out_pipe[0];
-        err_fd_ = err_pipe[0];
+        for (int i = 0; i < 2; ++i) {
+            close(pipes[i][1]);
+            fd_[i] = pipes[i][0];
+        }
+        if (failed != 0) throw std::runtime_error("cannot start tavo-probe");
     }
     ~child() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
-        if (out_fd_ >= 0) close(out_fd_);
-        if (err_fd_ >= 0) close(err_fd_);
+        for (const int fd : fd_) {
+            if (fd >= 0) close(fd);
+        }
     }
 
-    // Reads until stdout holds a line containing `text`; false when the child ends first.
-    bool wait_for_output(const std::string& text,
-                         std::chrono::seconds limit = std::chrono::seconds(60)) {
+    // Reads until stdout contains `text`; false when the child ends first.
+    bool wait_for_output(const std::string& text) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (result_.out.find(text) == std::string::npos) {
-            if (std::chrono::steady_clock::now() > deadline || !pump(200)) return false;
+            if (std::chrono::steady_clock::now() > deadline || !pump()) return false;
         }
         return true;
     }
 
     void signal(int number) { kill(pid_, number); }
 
-    outcome finish(std::chrono::seconds limit = std::chrono::seconds(60)) {
+    outcome finish() {
         const auto deadline = std::chrono::steady_clock::now() + limit;
         bool killed = false;
-        while (pump(200)) {
+        while (pump()) {
             if (!killed && std::chrono::steady_clock::now() > deadline) {
                 killed = true;
                 kill(pid_, SIGKILL);
@@ -105,35 +99,33 @@ class child {
     }
 
   private:
-    // False once both streams are closed.
-    bool pump(int timeout_ms) {
-        pollfd fds[2] = {{out_fd_, POLLIN, 0}, {err_fd_, POLLIN, 0}};
-        if (out_fd_ < 0 && err_fd_ < 0) return false;
-        if (poll(fds, 2, timeout_ms) <= 0) return true;
-        read_into(out_fd_, fds[0].revents, result_.out);
-        read_into(err_fd_, fds[1].revents, result_.err);
-        return out_fd_ >= 0 || err_fd_ >= 0;
-    }
-    static void read_into(int& fd, short events, std::string& text) {
-        if (fd < 0 || events == 0) return;
-        char buffer[4096];
-        const auto n = read(fd, buffer, sizeof buffer);
-        if (n > 0) {
-            text.append(buffer, static_cast<std::size_t>(n));
-        } else {
-            close(fd);
-            fd = -1;
+    // Reads what arrives within 200 ms; false once both streams are closed.
+    bool pump() {
+        if (fd_[0] < 0 && fd_[1] < 0) return false;
+        pollfd fds[2] = {{fd_[0], POLLIN, 0}, {fd_[1], POLLIN, 0}};
+        if (poll(fds, 2, 200) <= 0) return true;
+        std::string* texts[2] = {&result_.out, &result_.err};
+        for (int i = 0; i < 2; ++i) {
+            if (fd_[i] < 0 || fds[i].revents == 0) continue;
+            char buffer[4096];
+            const auto n = read(fd_[i], buffer, sizeof buffer);
+            if (n > 0) {
+                texts[i]->append(buffer, static_cast<std::size_t>(n));
+            } else {
+                close(fd_[i]);
+                fd_[i] = -1;
+            }
         }
+        return true;
     }
 
     pid_t pid_ = -1;
-    int out_fd_ = -1;
-    int err_fd_ = -1;
+    int fd_[2] = {-1, -1};  // the child's stdout and stderr
     outcome result_;
 };
 
-inline outcome run(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
-    return child(args, env).finish();
+inline outcome run(const std::vector<std::string>& args) {
+    return child(args).finish();
 }
 
 // A fresh directory for one test's files, removed afterwards.

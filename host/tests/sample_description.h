@@ -1,14 +1,15 @@
 #pragma once
-// The description document of the test module (tests/fake_module.cpp), also used by unit tests.
+// A small description document for unit tests: every setting kind, a dependent secret,
+// a required setting without default, a lookup and a partial translation.
 
-inline constexpr const char* fake_description = R"({"Revision":1,
-"MetaData":{"Display":"Fake","Description":"A module for testing hosts.","Version":"0.1"},
+inline constexpr const char* sample_description = R"({"Revision":1,
+"MetaData":{"Display":"Fake","Description":"A sample module.","Version":"0.1"},
 "Sensors":{
  "counter_sensor":{"Name":"counter_sensor","Display":"Counter","Description":"Counts its scans.",
                    "Settings":{"Sections":["access","counting"]}},
  "topic_sensor":{"Name":"topic_sensor","Display":"Topic Watch","Description":"Needs a filter.",
                  "Settings":{"Sections":["access","topic"]}}},
-"Checks":{"fake_check":{"Name":"fake_check","Sections":["access"]}},
+"Checks":{"sample_check":{"Name":"sample_check","Sections":["access"]}},
 "Sections":{
  "access":{"Name":"access","Display":"Access","Groups":["login"]},
  "counting":{"Name":"counting","Display":"Counting","Groups":["counter"]},
@@ -25,8 +26,7 @@ inline constexpr const char* fake_description = R"({"Revision":1,
   {"Name":"step","Display":"Step","Default":"1",
    "IntegerSigned":{"IsMinimumSet":true,"Minimum":1,"IsMaximumSet":true,"Maximum":100}},
   {"Name":"mode","Display":"Mode","Default":"ok","Selection":{"Options":[
-   {"Value":"ok","Display":"Succeed"},{"Value":"fail","Display":"Fail"},{"Value":"refuse","Display":"Refuse"}]}},
-  {"Name":"delay_ms","Display":"Delay","Default":"0","IntegerSigned":{"IsMinimumSet":true,"Minimum":0}},
+   {"Value":"ok","Display":"Succeed"},{"Value":"fail","Display":"Fail"}]}},
   {"Name":"scale","Display":"Scale","Default":"1","Floatingpoint":{}}]},
  "subscription":{"Name":"subscription","Items":[
   {"Name":"filter","Display":"Filter","Text":{},"Flags":["SettingFlagRequired"]}]}},
@@ -36,5 +36,4 @@ inline constexpr const char* fake_description = R"({"Revision":1,
 "Text":{
  "English":{"Translation":{"counter_sensor.display":{"Display":"Counter"},"counter.step.display":{"Display":"Step"},
                            "lookup.parity.1":{"Display":"Odd"}}},
- "German":{"Translation":{"counter_sensor.display":{"Display":"Zähler"},
-                          "counter.step.display":{"Display":"Schrittweite"}}}}})";
+ "German":{"Translation":{"counter.step.display":{"Display":"Schrittweite"}}}}})";

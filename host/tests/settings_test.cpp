@@ -3,14 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "host/errors.h"
-#include "host/tests/fake_description.h"
+#include "host/tests/sample_description.h"
 
 namespace corvanis::monitoring_modules::host {
 namespace {
 
 class settings_test : public ::testing::Test {
   protected:
-    const description doc = description::parse(fake_description);
+    const description doc = description::parse(sample_description);
 
     static std::string error_of(const std::function<void()>& action) {
         try {
@@ -84,7 +84,7 @@ TEST_F(settings_test, values_are_checked_against_their_kind) {
         {"counting.counter.scale", "1e3", ""},
         {"counting.counter.scale", "one", "not a number"},
         {"counting.counter.mode", "fail", ""},
-        {"counting.counter.mode", "Fail", "must be one of ok, fail, refuse"},
+        {"counting.counter.mode", "Fail", "must be one of ok, fail"},
         {"interval", "0", "below the minimum 1"},
         {"timeout", "0", ""},
         {"ipversion", "IPv5", "must be one of IPv4, IPv6"},
@@ -143,7 +143,7 @@ TEST_F(settings_test, kinds_the_document_lacks_are_refused_with_those_it_has) {
             "unknown sensor kind \"nope_sensor\"; the module offers: counter_sensor, topic_sensor"),
         std::string::npos)
         << text;
-    EXPECT_EQ(check_schema(doc).kind, "fake_check");
+    EXPECT_EQ(check_schema(doc).kind, "sample_check");
     EXPECT_EQ(check_schema(doc).find("counting.counter.step"), nullptr);
     EXPECT_NE(check_schema(doc).find("access.login.user"), nullptr);
 }

@@ -1,15 +1,16 @@
 #include "host/state_store.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include "host/tests/probe_process.h"
+#include <filesystem>
 
 namespace corvanis::monitoring_modules::host {
 namespace {
 
 TEST(state_store_test, data_survives_reopening_and_belongs_to_one_kind) {
-    const probe_test::scratch dir;
-    const auto path = dir.path("state.db");
+    const auto path = ::testing::TempDir() + "host-state-" + std::to_string(getpid()) + ".db";
+    std::filesystem::remove(path);
     const std::string binary("a\0b\xff", 4);
     {
         state_store store(path);
@@ -26,6 +27,7 @@ TEST(state_store_test, data_survives_reopening_and_belongs_to_one_kind) {
     EXPECT_TRUE(store.load(2, "counter_sensor").empty());
     EXPECT_TRUE(store.load(1, "topic_sensor").empty());
     EXPECT_TRUE(store.load(1, "counter_sensor").empty());
+    std::filesystem::remove(path);
 }
 
 }  // namespace
