@@ -25,23 +25,20 @@ wire::ScanResult sample_result() {
     add_channel(r, 2, "Parity", "", 1, "parity");
     add_channel(r, 0, "Temp \"inside\"", "°C", 1, "");
     add_channel(r, 1, "Scaled", "kB", 0.5, "");
-    auto* v = r.add_values();
-    v->set_id(2);
-    v->set_integer(1);
-    v = r.add_values();
-    v->set_id(0);
-    v->set_float_(21.125);
-    v = r.add_values();
-    v->set_id(1);
-    v->set_integer(3);
-    v = r.add_values();
-    v->set_id(9);  // a value without a definition
-    v->set_integer(-5);
+    const auto value = [&](int id) {
+        auto* v = r.add_values();
+        v->set_id(id);
+        return v;
+    };
+    value(2)->set_integer(1);
+    value(0)->set_float_(21.125);
+    value(1)->set_integer(3);
+    value(9)->set_integer(-5);  // a value without a definition
     r.mutable_message()->set_text("line one\nline\ttwo");
     return r;
 }
 
-TEST(output_test, scan_results_become_one_exact_json_line) {
+TEST(output_test, scan_results_become_one_exact_json_line_or_an_aligned_table) {
     const auto doc = description::parse(sample_description);
     const auto view = make_scan_view(sample_result(), "counter_sensor", &doc);
     EXPECT_EQ(
@@ -52,8 +49,14 @@ TEST(output_test, scan_results_become_one_exact_json_line) {
         R"({"id":1,"name":"Scaled","unit":"kB","value":1.5},)"
         R"({"id":2,"name":"Parity","unit":"","value":1},)"
         R"({"id":9,"name":"Channel 9","unit":"","value":-5}]})");
-    EXPECT_EQ(view.display, "Counter");
-    EXPECT_EQ(view.channels[2].state, "Odd");
+    EXPECT_EQ(table_block(view, "12:00:00", {}),
+              "12:00:00  #4 Counter  OK\n"
+              "    line one\n"
+              "    line\ttwo\n"
+              "    Temp \"inside\"  21.125 °C\n"
+              "    Scaled            1.5 kB\n"
+              "    Parity              1  Odd\n"
+              "    Channel 9          -5\n");
 }
 
 TEST(output_test, only_ok_and_warning_are_not_errors) {
@@ -73,46 +76,33 @@ TEST(output_test, only_ok_and_warning_are_not_errors) {
     }
 }
 
-TEST(output_test, messages_fall_back_to_their_default_text_with_arguments) {
+TEST(output_test, messages_fall_back_to_their_default_text_with_arguments_then_the_key) {
     const struct {
         const char* text;
         const char* default_text;
         std::vector<std::string> args;
-        const char* key;
         const char* expected;
     } cases[] = {
-        {"Given text.", "Ignored %0:s", {"x"}, "k", "Given text."},
+        {"Given text.", "Ignored %0:s", {"x"}, "Given text."},
         {"",
          "Host %0:s refused port %1:s.",
          {"b.local", "1883"},
-         "k",
          "Host b.local refused port 1883."},
-        {"", "%1:s before %0:s, %2:s missing", {"a", "b"}, "k", "b before a,  missing"},
-        {"", "100% sure, 5%:s stays", {}, "k", "100% sure, 5%:s stays"},
-        {"", "", {}, "error.only_key", "error.only_key"},
+        {"", "%1:s before %0:s, %2:s missing", {"a", "b"}, "b before a,  missing"},
+        {"", "100% sure, 5%:s stays", {}, "100% sure, 5%:s stays"},
+        {"", "", {}, "error.only_key"},
     };
     for (const auto& c : cases) {
         wire::I18nMessage m;
         m.set_text(c.text);
         m.set_default_text(c.default_text);
-        m.set_key(c.key);
+        m.set_key("error.only_key");
         for (const auto& a : c.args) m.add_args(a);
         EXPECT_EQ(render_text(m), c.expected);
     }
 }
 
-TEST(output_test, check_and_notification_lines_keep_their_documented_shape) {
-    wire::CheckResult ok;
-    ok.set_check_id(1);
-    ok.set_success(true);
-    EXPECT_EQ(json_line(ok), R"({"type":"check_result","check_id":1,"success":true})");
-    wire::CheckResult failed;
-    failed.set_check_id(1);
-    failed.mutable_message()->set_text("No route");
-    EXPECT_EQ(
-        json_line(failed),
-        R"({"type":"check_result","check_id":1,"success":false,"message":{"key":"","text":"No route","args":[]}})");
-
+TEST(output_test, notification_lines_keep_their_documented_shape) {
     wire::NotificationResponse response;
     response.set_success(true);
     auto* line = response.add_lines();
@@ -122,20 +112,6 @@ TEST(output_test, check_and_notification_lines_keep_their_documented_shape) {
         json_line(response),
         R"({"type":"notification_response","success":true,"lines":[{"severity":7,"text":"publish \"hi\""}]})");
     EXPECT_EQ(json_quote(std::string("a\x01z", 3)), R"("a\u0001z")");
-}
-
-TEST(output_test, tables_align_values_with_units_and_state_texts) {
-    const auto doc = description::parse(sample_description);
-    const auto text =
-        table_block(make_scan_view(sample_result(), "counter_sensor", &doc), "12:00:00", {});
-    EXPECT_EQ(text,
-              "12:00:00  #4 Counter  OK\n"
-              "    line one\n"
-              "    line\ttwo\n"
-              "    Temp \"inside\"  21.125 °C\n"
-              "    Scaled            1.5 kB\n"
-              "    Parity              1  Odd\n"
-              "    Channel 9          -5\n");
 }
 
 TEST(output_test, table_values_are_short_and_readable) {
@@ -156,14 +132,7 @@ TEST(output_test, table_values_are_short_and_readable) {
     }
 }
 
-TEST(output_test, failures_say_why_in_the_table) {
-    wire::ScanResult r;
-    r.set_sensor_id(2);
-    r.set_response_code(3);
-    r.mutable_message()->set_default_text("Broker %0:s is gone.");
-    r.mutable_message()->add_args("b1");
-    EXPECT_EQ(table_block(make_scan_view(r, "roundtrip_sensor", nullptr), "t", {}),
-              "t  #2 roundtrip_sensor  ERROR\n    Broker b1 is gone.\n");
+TEST(output_test, failed_checks_and_notifications_say_why_in_the_table) {
     wire::CheckResult check;
     EXPECT_NE(table_block(check, "mqtt_connect_check", "t", {})
                   .find("FAILED\n    No connection could be made"),
