@@ -38,10 +38,6 @@ class mosquitto_broker {
 
     void start();  // on the same port as before
     void stop();   // SIGTERM, waits for the exit
-    void restart() {
-        stop();
-        start();
-    }
     bool running() const { return pid_ > 0; }
 
     std::string host() const { return "127.0.0.1"; }

@@ -16,8 +16,6 @@
 #include <stdexcept>
 #include <thread>
 
-extern char** environ;
-
 namespace corvanis::monitoring_modules::test_support {
 
 namespace fs = std::filesystem;
@@ -72,7 +70,7 @@ pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool d
         ::dup2(in, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
         ::dup2(out, STDERR_FILENO);
-        ::execve(program.c_str(), args.data(), environ);
+        ::execv(program.c_str(), args.data());
         ::_exit(127);
     }
     if (out >= 0) ::close(out);

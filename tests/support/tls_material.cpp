@@ -43,8 +43,6 @@ tls_material make_tls_material(const fs::path& dir) {
          "pass:" + m.client_key_password, "-out", p("client_encrypted.key")},
         log);
     m.ca_certificate = read_text(dir / "ca.crt");
-    m.server_certificate = read_text(dir / "server.crt");
-    m.server_key = read_text(dir / "server.key");
     m.client_certificate = read_text(dir / "client.crt");
     m.client_key = read_text(dir / "client.key");
     m.client_key_encrypted = read_text(dir / "client_encrypted.key");

@@ -5,15 +5,13 @@
 
 namespace corvanis::monitoring_modules::test_support {
 
-// Test certificates (EC P-256, two days), as PEM text and as files in one directory:
-// a CA; a server certificate it signed for IP 127.0.0.1 and DNS localhost; a client
-// certificate it signed (CN client1); the client key also encrypted with a password; and a
-// second CA that signed nothing here, for "wrong CA" cases.
+// Test certificates (EC P-256, two days) in one directory: a CA; a server certificate it signed
+// for IP 127.0.0.1 and DNS localhost (files only); a client certificate it signed (CN client1),
+// its key also encrypted with a password; and a second CA that signed nothing, for "wrong CA"
+// cases. All but the server's also as PEM text.
 struct tls_material {
     std::filesystem::path directory;
     std::string ca_certificate;
-    std::string server_certificate;
-    std::string server_key;
     std::string client_certificate;
     std::string client_key;
     std::string client_key_encrypted;
