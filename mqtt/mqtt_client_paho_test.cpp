@@ -24,8 +24,6 @@ namespace {
 // A client that never reaches a broker and retries rarely, unless told otherwise.
 struct offline_client {
     std::shared_ptr<client_log> log = std::make_shared<client_log>();
-    std::shared_ptr<corvanis::monitoring_modules::libtavohelper::module::service_container>
-        container = mqtt::testing::make_container();
     std::unique_ptr<mqtt::mqtt_client_paho> client;
 
     explicit offline_client(mqtt::mqtt_client_settings settings = {},
@@ -34,7 +32,8 @@ struct offline_client {
         settings.connection.port = ts::free_port();
         if (settings.connection.client_id.empty()) settings.connection.client_id = "unit";
         settings.logger = log;
-        client = std::make_unique<mqtt::mqtt_client_paho>(settings, container, reconnect);
+        client = std::make_unique<mqtt::mqtt_client_paho>(settings, mqtt::testing::make_container(),
+                                                          reconnect);
     }
     void* context() { return client.get(); }
 

@@ -37,7 +37,8 @@ class client_system : public ::testing::Test {
     }
     std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s,
                                                  mqtt::reconnect_options reconnect = {}) {
-        return std::make_unique<mqtt::mqtt_client_paho>(std::move(s), container, reconnect);
+        return std::make_unique<mqtt::mqtt_client_paho>(std::move(s),
+                                                        mqtt::testing::make_container(), reconnect);
     }
     // Every thread a client started has ended.
     bool no_thread_left() const {
@@ -45,8 +46,6 @@ class client_system : public ::testing::Test {
     }
 
     std::shared_ptr<client_log> log = std::make_shared<client_log>();
-    std::shared_ptr<corvanis::monitoring_modules::libtavohelper::module::service_container>
-        container = mqtt::testing::make_container();
 
   private:
     std::size_t threads_before_ = 0;
