@@ -57,6 +57,7 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
          "setting \"connection.port\" = \"-1\": below the minimum 0"},
         {{"describe", "--lang", "Klingon"}, 3, "no texts in \"Klingon\"; the module has: Russian,"},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
+        {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
         {{"scan"}, 1, "KIND is required"},
         {{"--log-level", "9", "describe"}, 1, "--log-level"},
     };
