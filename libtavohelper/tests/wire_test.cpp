@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "libtavohelper/errors.h"
-#include "libtavohelper/notifications/notification.h"
 #include "libtavohelper/responses/results.h"
 #include "tavo.pb.h"
 
@@ -29,7 +28,8 @@ std::shared_ptr<th::settings::channel_map> two_channels() {
     return map;
 }
 
-// Values, texts, lookups and kinds also reach the end-to-end hosts; these fields do not.
+// Values, texts, lookups and kinds reach the end-to-end hosts, as do notification responses;
+// these fields do not.
 TEST(wire, scan_result_round_trips_through_its_bytes) {
     th::responses::sensor_scan_result result(5, two_channels());
     result.set_value(0, 4L);
@@ -91,17 +91,6 @@ TEST(wire, set_value_enforces_the_channel_mode) {
     EXPECT_EQ(key_of([&] { error.set_value(0, 1L); }),
               "libtavohelper.error.channel_map_not_initialized");
     EXPECT_EQ(decode(error.serialize()).scan_result().response_code(), 3);
-}
-
-// The other messages are decoded by the dispatcher and export tests.
-TEST(wire, notification_response_carries_its_lines_and_failure) {
-    th::notifications::response answer(
-        {{corvanis::monitoring_modules::liblog::severity::notice, "sent"}});
-    answer.set_failure(th::messages::message_exception()("boom"));
-    const auto n = decode(answer.serialize()).notification_response();
-    EXPECT_FALSE(n.success());
-    EXPECT_EQ(n.lines(0).severity(), 5);
-    EXPECT_EQ(n.message().text(), "A message error occurred. boom");
 }
 
 }  // namespace
