@@ -43,13 +43,6 @@ class client_log : public liblog::memory_logger {
     bool wait_for(const std::string& text, std::size_t times = 1) const {
         return test_support::eventually([&] { return count(text) >= times; });
     }
-    std::string dump() const {
-        std::string text;
-        for (const auto& [level, line] : lines()) {
-            text += std::to_string(liblog::to_int(level)) + " " + line + "\n";
-        }
-        return text;
-    }
 };
 
 // A subscription that keeps what it receives.

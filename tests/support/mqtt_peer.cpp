@@ -4,7 +4,6 @@
 
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace corvanis::monitoring_modules::test_support {
 
@@ -19,8 +18,6 @@ std::string from_hex(const std::string& hex) {
 }
 
 }  // namespace
-
-mqtt_peer::mqtt_peer(const mosquitto_broker& broker) : broker_(broker) {}
 
 mqtt_peer::mqtt_peer(const mosquitto_broker& broker, std::string client_id)
     : broker_(broker), client_id_(std::move(client_id)) {}
@@ -67,16 +64,15 @@ void mqtt_peer::subscribe(const std::string& filter, int qos) {
     // Line-buffered, so that its acknowledgement and messages reach the file as they happen.
     subscribers_.push_back(
         spawn(command({"stdbuf", "-oL", find_program("mosquitto_sub"), "-t", filter, "-q",
-                       std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%r\\t%x"},
+                       std::to_string(qos), "-d", "-F", "MSG\\t%t\\t%q\\t%x"},
                       client_id_ + "-sub" + n),
               output));
     outputs_.push_back(output);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (read_text(output).find("received SUBACK") == std::string::npos) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("mosquitto_sub did not subscribe: " + read_text(output));
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const auto acknowledged = [&] {
+        return read_text(output).find("received SUBACK") != std::string::npos;
+    };
+    if (!eventually(acknowledged, std::chrono::seconds(5))) {
+        throw std::runtime_error("mosquitto_sub did not subscribe: " + read_text(output));
     }
 }
 
@@ -86,14 +82,12 @@ std::vector<peer_message> mqtt_peer::received() const {
         std::stringstream in(read_text(output));
         for (std::string line; std::getline(in, line);) {
             if (line.rfind("MSG\t", 0) != 0) continue;
-            // Topic, QoS, retained flag and the payload in hex, separated by tabs.
+            // Topic, QoS and the payload in hex, separated by tabs.
             std::stringstream fields(line.substr(4));
             peer_message m;
-            int retained = 0;
             std::string hex;
             std::getline(fields, m.topic, '\t');
-            fields >> m.qos >> retained >> hex;
-            m.retained = retained == 1;
+            fields >> m.qos >> hex;
             m.payload = from_hex(hex);
             messages.push_back(std::move(m));
         }
@@ -103,10 +97,7 @@ std::vector<peer_message> mqtt_peer::received() const {
 
 std::vector<peer_message> mqtt_peer::wait_for_messages(std::size_t count,
                                                        std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (received().size() < count && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    eventually([&] { return received().size() >= count; }, timeout);
     return received();
 }
 

@@ -16,7 +16,6 @@ struct peer_message {
     std::string topic;
     std::string payload;
     int qos = 0;
-    bool retained = false;
 };
 
 // The other side of a system test, through mosquitto_pub and mosquitto_sub: separate
@@ -25,9 +24,8 @@ struct peer_message {
 // Throws std::runtime_error when a tool fails.
 class mqtt_peer {
   public:
-    explicit mqtt_peer(const mosquitto_broker& broker);
-    // Publishes under this client id; subscribers use it with "-sub<N>" appended.
-    mqtt_peer(const mosquitto_broker& broker, std::string client_id);
+    // Publishes under the client id when one is given; subscribers use it with "-sub<N>" appended.
+    explicit mqtt_peer(const mosquitto_broker& broker, std::string client_id = {});
     ~mqtt_peer();  // stops the subscribers
     mqtt_peer(const mqtt_peer&) = delete;
     mqtt_peer& operator=(const mqtt_peer&) = delete;

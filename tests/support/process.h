@@ -2,12 +2,27 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace corvanis::monitoring_modules::test_support {
+
+// Polls until the condition holds or the timeout passes; returns its last value. For waiting
+// on other threads and processes, never for measuring them.
+template <class Condition>
+bool eventually(Condition condition,
+                std::chrono::milliseconds timeout = std::chrono::milliseconds(10000)) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return condition();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
 
 // A fresh 0700 directory under the temporary directory, removed with its content by the
 // destructor.

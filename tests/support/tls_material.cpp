@@ -8,6 +8,8 @@ namespace corvanis::monitoring_modules::test_support {
 
 namespace fs = std::filesystem;
 
+namespace {
+
 tls_material make_tls_material(const fs::path& dir) {
     const fs::path log = dir / "openssl.log";
     const auto p = [&](const char* name) { return (dir / name).string(); };
@@ -49,6 +51,8 @@ tls_material make_tls_material(const fs::path& dir) {
     m.other_ca_certificate = read_text(dir / "other_ca.crt");
     return m;
 }
+
+}  // namespace
 
 const tls_material& shared_tls_material() {
     static temp_dir dir("mqtt-test-tls");

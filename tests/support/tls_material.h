@@ -25,10 +25,8 @@ struct tls_material {
     std::filesystem::path client_key_file() const { return directory / "client.key"; }
 };
 
-// Runs the openssl command line into the directory (about 0.1 s). Throws std::runtime_error.
-tls_material make_tls_material(const std::filesystem::path& directory);
-
-// One set per process, made on first use in a temporary directory kept until exit.
+// One set per process, made on first use (openssl, about 0.1 s) in a temporary directory kept
+// until exit. Throws std::runtime_error.
 const tls_material& shared_tls_material();
 
 }  // namespace corvanis::monitoring_modules::test_support
