@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+
 #include <mutex>
 #include <thread>
 
@@ -69,6 +71,27 @@ class quiet_notification : public th::notifications::service_interface {
                            const std::shared_ptr<lg::log_interface>&) override {}
 };
 
+// Holds every notification until the test opens the gate.
+struct gate {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int inside = 0;
+    bool open = false;
+};
+gate held;
+
+class gated_notification : public th::notifications::service_interface {
+  public:
+    explicit gated_notification(std::shared_ptr<th::module::service_container>) {}
+    void send_notification(const th::notifications::request&, const sensor_data_wrapper&,
+                           const std::shared_ptr<lg::log_interface>&) override {
+        std::unique_lock lock(held.mutex);
+        ++held.inside;
+        held.changed.notify_all();
+        held.changed.wait(lock, [] { return held.open; });
+    }
+};
+
 class test_module : public th::module::module_instance {
   public:
     test_module(std::uint64_t context, th::module::host_callback callback)
@@ -76,6 +99,7 @@ class test_module : public th::module::module_instance {
         dispatcher()->register_sensor_as<counter_sensor>("counter");
         dispatcher()->register_check_as<ok_check>("ok_check");
         dispatcher()->register_notification_as<quiet_notification>("quiet");
+        dispatcher()->register_notification_as<gated_notification>("gated");
         th::module::register_runtime_log(container());
         th::module::register_sensor_log(container());
     }
@@ -189,6 +213,30 @@ TEST_F(sensor_dispatcher, checks_and_notifications_report_failures_through_the_c
                        "libtavohelper.error.sensor_registry"}));
     for (const auto& m : take(message::kNotificationResponse))
         EXPECT_FALSE(m.notification_response().success());
+}
+
+// A host may retry a notification that is still being sent; the retry must not run twice.
+TEST_F(sensor_dispatcher, a_notification_id_runs_once_at_a_time) {
+    auto request = block("gated", {});
+    request.set_notification_request({"alerts/a", "text", 5});
+    const auto notify = th::module::meta_scan_notification;
+    std::thread first([&] { EXPECT_EQ(d.execute_meta_scan(4, notify, request), 0); });
+    std::thread other([&] { EXPECT_EQ(d.execute_meta_scan(5, notify, request), 0); });
+    {
+        std::unique_lock lock(held.mutex);
+        held.changed.wait(lock, [] { return held.inside == 2; });
+    }
+    EXPECT_EQ(d.execute_meta_scan(4, notify, request), dispatch_notification_busy);
+    {
+        std::lock_guard lock(held.mutex);
+        held.open = true;
+    }
+    held.changed.notify_all();
+    first.join();
+    other.join();
+    EXPECT_EQ(d.execute_meta_scan(4, notify, request), 0);
+    EXPECT_EQ(keys(message::kNotificationResponse),
+              (strings{"libtavohelper.error.notification_already_registered", "", "", ""}));
 }
 
 TEST_F(sensor_dispatcher, concurrent_scans_and_destroy_are_safe) {
