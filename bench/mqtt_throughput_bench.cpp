@@ -18,6 +18,7 @@
 #include <string>
 #include <thread>
 
+#include "bench/bench_support.h"
 #include "libtavohelper/module/service_container.h"
 #include "mqtt/mqtt_client_paho.h"
 #include "mqtt/topic_subscription.h"
@@ -32,27 +33,6 @@ using steady = std::chrono::steady_clock;
 
 constexpr int payload_size = 256;
 constexpr auto run_length = 1s;
-
-// Writes count lines of payload_size characters to stdout, rate per second, in 1 ms batches.
-int pace(long rate, long count) {
-    const std::string line = std::string(payload_size, 'x') + "\n";
-    const long per_tick = std::max(1L, rate / 1000);
-    timespec next{};
-    clock_gettime(CLOCK_MONOTONIC, &next);
-    for (long sent = 0; sent < count;) {
-        for (long i = 0; i < per_tick && sent < count; ++i, ++sent) {
-            std::fwrite(line.data(), 1, line.size(), stdout);
-        }
-        std::fflush(stdout);
-        next.tv_nsec += 1000000;
-        if (next.tv_nsec >= 1000000000) {
-            next.tv_nsec -= 1000000000;
-            ++next.tv_sec;
-        }
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
-    }
-    return 0;
-}
 
 test_support::mosquitto_broker& broker() {
     static test_support::mosquitto_broker instance;
@@ -189,7 +169,7 @@ BENCHMARK(receive_raw_paho)->Apply(rates);
 
 int main(int argc, char** argv) {
     if (argc == 4 && std::string(argv[1]) == "--pace") {
-        return pace(std::stol(argv[2]), std::stol(argv[3]));
+        return bench::pace(std::stol(argv[2]), std::stol(argv[3]), payload_size);
     }
     if (!test_support::mosquitto_available() ||
         test_support::find_program("mosquitto_pub").empty()) {

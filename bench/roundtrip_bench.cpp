@@ -33,9 +33,7 @@
 #include <thread>
 #include <vector>
 
-#include "libstringutils/random_string_generator.h"
-#include "libtavohelper/module/logs.h"
-#include "libtavohelper/module/service_container.h"
+#include "bench/bench_support.h"
 #include "mqtt/mqtt_client_paho.h"
 #include "mqtt/sensors/roundtrip_sensor.h"
 #include "mqtt/settings/testing/sample_settings.h"
@@ -44,6 +42,7 @@
 namespace {
 
 using namespace corvanis::monitoring_modules;
+using bench::module_container;
 using namespace std::chrono_literals;
 namespace tavo = libtavohelper;
 using steady = std::chrono::steady_clock;
@@ -206,27 +205,6 @@ class ticker {
     std::atomic<bool> stop_{false};
     std::thread thread_;
 };
-
-// A host that takes every message and keeps none.
-struct null_host : tavo::messaging::message_service_interface {
-    using message_service_interface::send;
-    void send(const std::vector<char>&) override {}
-};
-
-// The container as the module object and its adapter build it, over a null host.
-std::shared_ptr<tavo::module::service_container> module_container() {
-    auto container = std::make_shared<tavo::module::service_container>();
-    container->register_factory<tavo::messaging::message_service_interface>(std::function(
-        [] { return std::unique_ptr<tavo::messaging::message_service_interface>(new null_host); }));
-    container->register_factory<libstringutils::random_string_generator_interface>(
-        std::function<std::unique_ptr<libstringutils::random_string_generator_interface>()>(
-            &libstringutils::make_random_string_generator));
-    container->register_factory<mqtt::mqtt_client_interface, mqtt::mqtt_client_settings>(
-        mqtt::make_client_factory(std::weak_ptr<tavo::module::service_container>(container)));
-    tavo::module::register_runtime_log(container);
-    tavo::module::register_sensor_log(container);
-    return container;
-}
 
 // Exposes the scan's own work, so the channels can be read from its result.
 struct scanned_sensor : mqtt::sensors::roundtrip_sensor {

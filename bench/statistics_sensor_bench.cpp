@@ -34,9 +34,7 @@
 #include <thread>
 #include <vector>
 
-#include "libstringutils/random_string_generator.h"
-#include "libtavohelper/module/logs.h"
-#include "libtavohelper/module/service_container.h"
+#include "bench/bench_support.h"
 #include "mqtt/mqtt_client_paho.h"
 #include "mqtt/sensors/statistics_sensor.h"
 #include "mqtt/settings/testing/sample_settings.h"
@@ -46,6 +44,7 @@
 namespace {
 
 using namespace corvanis::monitoring_modules;
+using bench::module_container;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 namespace tavo = libtavohelper;
@@ -53,27 +52,6 @@ namespace tavo = libtavohelper;
 constexpr int payload_size = 256;
 constexpr auto poll_interval = 500ms;
 const char* const filter = "bench/#";
-
-// Writes count lines of payload_size characters to stdout, rate per second, in 1 ms batches.
-int pace(long rate, long count) {
-    const std::string line = std::string(payload_size, 'x') + "\n";
-    const long per_tick = std::max(1L, rate / 1000);
-    timespec next{};
-    clock_gettime(CLOCK_MONOTONIC, &next);
-    for (long sent = 0; sent < count;) {
-        for (long i = 0; i < per_tick && sent < count; ++i, ++sent) {
-            std::fwrite(line.data(), 1, line.size(), stdout);
-        }
-        std::fflush(stdout);
-        next.tv_nsec += 1000000;
-        if (next.tv_nsec >= 1000000000) {
-            next.tv_nsec -= 1000000000;
-            ++next.tv_sec;
-        }
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
-    }
-    return 0;
-}
 
 double process_cpu_seconds() {
     rusage usage{};
@@ -142,27 +120,6 @@ struct raw_subscriber {
         MQTTAsync_destroy(&handle);
     }
 };
-
-// A host that takes every message and keeps none.
-struct null_host : tavo::messaging::message_service_interface {
-    using message_service_interface::send;
-    void send(const std::vector<char>&) override {}
-};
-
-// The container as the module object and its adapter build it, over a null host.
-std::shared_ptr<tavo::module::service_container> module_container() {
-    auto container = std::make_shared<tavo::module::service_container>();
-    container->register_factory<tavo::messaging::message_service_interface>(std::function(
-        [] { return std::unique_ptr<tavo::messaging::message_service_interface>(new null_host); }));
-    container->register_factory<libstringutils::random_string_generator_interface>(
-        std::function<std::unique_ptr<libstringutils::random_string_generator_interface>()>(
-            &libstringutils::make_random_string_generator));
-    container->register_factory<mqtt::mqtt_client_interface, mqtt::mqtt_client_settings>(
-        mqtt::make_client_factory(std::weak_ptr<tavo::module::service_container>(container)));
-    tavo::module::register_runtime_log(container);
-    tavo::module::register_sensor_log(container);
-    return container;
-}
 
 // Exposes the scan's own work, so the count can be read from its result.
 struct scanned_sensor : mqtt::sensors::statistics_sensor {
@@ -325,7 +282,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     try {
         if (args.size() == 3 && args[0] == "--pace") {
-            return pace(std::stol(args[1]), std::stol(args[2]));
+            return bench::pace(std::stol(args[1]), std::stol(args[2]), payload_size);
         }
         if (args.size() == 4 && args[0] == "--subscriber") {
             const int port = std::stoi(args[2]);
