@@ -68,16 +68,29 @@ struct counting_subscriptions {
     }
 };
 
+// A client with `filters` counting subscriptions and no broker behind it: messages are fed
+// to its callbacks directly.
+struct subscribed_client {
+    static mqtt::mqtt_client_settings settings() {
+        mqtt::mqtt_client_settings s;
+        s.connection.host = "127.0.0.1";
+        s.connection.port = test_support::free_port();
+        s.connection.client_id = "bench";
+        return s;
+    }
+    explicit subscribed_client(int filters) : subs(filters) {
+        for (const auto& s : subs.subscriptions) client.subscribe(s);
+    }
+    mqtt::mqtt_client_paho client{
+        settings(), std::make_shared<libtavohelper::module::service_container>(), {{1h}, {}}};
+    counting_subscriptions subs;
+};
+
 void dispatch_indexed(benchmark::State& state) {
     const int filters = static_cast<int>(state.range(0));
-    mqtt::mqtt_client_settings settings;
-    settings.connection.host = "127.0.0.1";
-    settings.connection.port = test_support::free_port();
-    settings.connection.client_id = "bench";
-    auto container = std::make_shared<libtavohelper::module::service_container>();
-    mqtt::mqtt_client_paho client(settings, container, {{1h}, {}});
-    counting_subscriptions subs(filters);
-    for (const auto& s : subs.subscriptions) client.subscribe(s);
+    subscribed_client subscribed(filters);
+    auto& client = subscribed.client;
+    auto& subs = subscribed.subs;
     const auto messages = messages_for(filters);
     std::size_t next = 0;
     for (auto _ : state) {
@@ -105,14 +118,8 @@ void dispatch_regex_walk(benchmark::State& state) {
 // The whole message-arrived path: the library's message copied, timestamped, dispatched, freed.
 void message_arrived(benchmark::State& state) {
     const int filters = static_cast<int>(state.range(0));
-    mqtt::mqtt_client_settings settings;
-    settings.connection.host = "127.0.0.1";
-    settings.connection.port = test_support::free_port();
-    settings.connection.client_id = "bench";
-    auto container = std::make_shared<libtavohelper::module::service_container>();
-    mqtt::mqtt_client_paho client(settings, container, {{1h}, {}});
-    counting_subscriptions subs(filters);
-    for (const auto& s : subs.subscriptions) client.subscribe(s);
+    subscribed_client subscribed(filters);
+    auto& client = subscribed.client;
     const auto messages = messages_for(filters);
     std::size_t next = 0;
     for (auto _ : state) {
