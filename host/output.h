@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,11 @@ struct channel_view {
     std::int64_t integer_value = 0;
     double floating_value = 0;
     std::string state;  // the lookup's text for state channels, else empty
+    // Counters show their change since the previous scan; `raw` keeps the counter itself.
+    bool counter = false;
+    std::optional<std::int64_t> raw;
+    bool has_value = true;    // false: no value this scan (first scan of a counter, a reset)
+    std::string limit_state;  // "ok", "warning" or "error" where a limit applies, else empty
 };
 
 // A scan result as the operator sees it: names, units, values with their scale factor applied.
@@ -38,6 +44,10 @@ struct scan_view {
     bool error = false;
     std::optional<message_view> message;
     std::vector<channel_view> channels;  // those with a value, by id
+    std::string name;                    // the configured name, else empty
+    std::string state = "ok";            // "ok", "warning", "error" or "unknown"
+    std::chrono::system_clock::time_point time{};  // when the result was received
+    std::chrono::nanoseconds duration{};           // how long the scan took
 };
 
 // Codes 0 (ok) and 1 (warning) report no failure; every other code does.
