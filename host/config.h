@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,10 +10,19 @@
 
 namespace corvanis::monitoring_modules::host {
 
+// Bounds on one channel's shown value; a value beyond an error bound is an error, beyond a
+// warning bound a warning.
+struct channel_limits {
+    std::optional<double> warning_min, warning_max, error_min, error_max;
+};
+
 struct sensor_entry {
     int id = 0;
     std::string kind;
     std::vector<setting_pair> settings;  // "interval:" is folded in as the interval setting
+    std::string name;                                // free text, unique in a config; may be empty
+    std::map<std::string, channel_limits> limits;    // by channel name as shown
+    std::optional<std::chrono::seconds> stale_after; // push sensors: no message for this long
 };
 
 // A probe configuration:
