@@ -1,10 +1,9 @@
 #pragma once
 
 #include "libtavohelper/module/module_instance.h"
+#include "mqtt/module_version.h"
 
 namespace corvanis::monitoring_modules::mqtt {
-
-inline constexpr const char* module_version = "1.16.0.20981";
 
 // The module object: registers the factories, sensor kinds, the check and the
 // notification service that the module offers.

@@ -9,16 +9,19 @@
 
 namespace corvanis::monitoring_modules::mqtt {
 
-// The live client for equal settings, or a new one from the factory registered for
-// mqtt_client_interface (make_client_factory). Serialised by the container, including a new
-// client's first connection attempt. A client whose users have all gone is never revived:
-// later acquisitions for its settings each get a client of their own. Throws what the
-// factory throws, leaving nothing stored.
+// The one way a sensor, the check or the notification gets a client: the live client for equal
+// settings, or a new one from the factory registered for mqtt_client_interface
+// (make_client_factory). Serialised by the container, including a new client's first connection
+// attempt. A client whose users have all gone is never revived: later acquisitions for its
+// settings each get a client of their own.
+//
+// `log` receives the client's lines of severity <= `threshold`, from a new client's first
+// connection attempt on, and then the three usage lines (client id, live clients, filters in
+// use) at debug. Throws what the factory throws (the mapped connection failures), leaving
+// nothing stored.
 std::shared_ptr<mqtt_client_interface> acquire_client(
-    libtavohelper::module::service_container& container, const mqtt_client_settings& settings);
-
-// The three lines a user writes after acquiring: client id, live clients, filters in use.
-void log_client_usage(liblog::log_interface& log, const mqtt_client_interface& client,
-                      liblog::severity level = liblog::severity::debug);
+    libtavohelper::module::service_container& container, mqtt_client_settings settings,
+    const std::shared_ptr<liblog::log_interface>& log,
+    int threshold = liblog::to_int(liblog::severity::debug));
 
 }  // namespace corvanis::monitoring_modules::mqtt

@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "module/tavo_module_mqtt.h"
-#include "mqtt/sensors/sensor_support.h"
+#include "mqtt/client_pool.h"
+#include "mqtt/module_version.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {
 

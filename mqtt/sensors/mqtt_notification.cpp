@@ -1,6 +1,6 @@
 #include "mqtt/sensors/mqtt_notification.h"
 
-#include "mqtt/mqtt_client_interface.h"
+#include "mqtt/client_pool.h"
 #include "mqtt/settings/connection_settings.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {
@@ -16,10 +16,9 @@ void mqtt_notification::send_notification(const libtavohelper::notifications::re
         const auto client_settings =
             settings::to_client_settings(settings::mqtt_notification(data), req.get_timeout_s());
         log->log(severity::debug, "get mqtt client");
-        auto client =
-            container_->acquire<mqtt_client_interface, mqtt_client_settings>(client_settings);
         // Only the connection's notices and worse go back to the host with the response.
-        client->add_logger(log, liblog::to_int(severity::notice));
+        auto client =
+            acquire_client(*container_, client_settings, log, liblog::to_int(severity::notice));
         log->log(severity::debug, "publish message");
         try {
             client->publish(req.get_target(), req.get_message(), quality_of_service::at_least_once,

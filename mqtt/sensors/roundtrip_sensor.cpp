@@ -5,10 +5,10 @@
 #include <thread>
 
 #include "libstringutils/random_string_generator.h"
-#include "module/tavo_module_mqtt.h"
+#include "mqtt/client_pool.h"
 #include "mqtt/exceptions.h"
+#include "mqtt/module_version.h"
 #include "mqtt/sensors/channels.h"
-#include "mqtt/sensors/sensor_support.h"
 #include "mqtt/topic_subscription.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {

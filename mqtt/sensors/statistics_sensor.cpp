@@ -1,9 +1,9 @@
 #include "mqtt/sensors/statistics_sensor.h"
 
-#include "module/tavo_module_mqtt.h"
+#include "mqtt/client_pool.h"
 #include "mqtt/exceptions.h"
+#include "mqtt/module_version.h"
 #include "mqtt/sensors/channels.h"
-#include "mqtt/sensors/sensor_support.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {
 

@@ -5,11 +5,11 @@
 #include "libjsonparser/errors.h"
 #include "libtavohelper/errors.h"
 #include "libtimeutils/time_format.h"
-#include "module/tavo_module_mqtt.h"
+#include "mqtt/client_pool.h"
 #include "mqtt/exceptions.h"
+#include "mqtt/module_version.h"
 #include "mqtt/sensors/base64.h"
 #include "mqtt/sensors/channels.h"
-#include "mqtt/sensors/sensor_support.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {
 
