@@ -29,15 +29,11 @@ struct pool : ::testing::Test {
     std::shared_ptr<mqtt::mqtt_client_interface> acquire(const mqtt::mqtt_client_settings& s) {
         return mqtt::acquire_client(*container, s, log);
     }
-    std::vector<std::string> texts() const {
-        std::vector<std::string> t;
-        for (const auto& [level, text] : log->lines()) t.push_back(text);
-        return t;
-    }
+    std::vector<std::string> texts() const { return mqtt::testing::texts(*log); }
     void refuse_next_connect() {
         broker.fail_next(operation::connect,
-                         std::make_exception_ptr(
-                             mqtt::exceptions::not_authorized(mqtt::messages::not_authorized()())));
+                         mqtt::testing::failure<mqtt::exceptions::not_authorized>(
+                             mqtt::messages::not_authorized()));
     }
 };
 
@@ -49,19 +45,19 @@ TEST_F(pool, equal_settings_share_the_live_client_and_only_the_first) {
     other_timeout.connection.connect_timeout = 99;
     EXPECT_EQ(acquire(key), first);
     EXPECT_EQ(acquire(other_timeout), first);
-    EXPECT_EQ(broker.connects().size(), 1u);
+    EXPECT_EQ(broker.history().connects.size(), 1u);
 
     auto suffixed = key;
     suffixed.connection.client_id_suffix_length = 8;
     EXPECT_NE(acquire(suffixed), first);
-    EXPECT_EQ(broker.connects().size(), 2u);
+    EXPECT_EQ(broker.history().connects.size(), 2u);
 
     const std::weak_ptr<mqtt::mqtt_client_interface> gone = first;
     first.reset();
     EXPECT_TRUE(gone.expired());
     auto a = acquire(key);
     EXPECT_NE(acquire(key), a);
-    EXPECT_EQ(broker.connects().size(), 4u);
+    EXPECT_EQ(broker.history().connects.size(), 4u);
 }
 
 TEST_F(pool, a_failed_construction_stores_nothing) {
@@ -69,7 +65,7 @@ TEST_F(pool, a_failed_construction_stores_nothing) {
     EXPECT_THROW_KEY(acquire(key), "error.not_authorized");
     auto client = acquire(key);
     EXPECT_EQ(acquire(key), client);
-    EXPECT_EQ(broker.connects().size(), 1u);
+    EXPECT_EQ(broker.history().connects.size(), 1u);
 }
 
 TEST_F(pool, the_requester_sees_the_client_from_its_first_attempt_and_then_its_usage) {

@@ -56,7 +56,7 @@ TEST(connect_check, answers_whether_a_client_gets_connected_and_why_not) {
     for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
         mqtt::testing::recording_host host;
-        host.broker().set_connected(r.connected);
+        host.broker().configure([&](auto& b) { b.connected = r.connected; });
         if (r.refusal) host.broker().fail_next(operation::connect, r.refusal);
         mqtt::sensors::mqtt_connect_check check(
             3,
@@ -68,7 +68,7 @@ TEST(connect_check, answers_whether_a_client_gets_connected_and_why_not) {
         const auto result = check.work();
         EXPECT_EQ(result.success(), r.success);
         EXPECT_EQ(result.message().key(), r.key);
-        const auto connects = host.broker().connects();
+        const auto connects = host.broker().history().connects;
         ASSERT_EQ(connects.size(), r.attempts);
         for (const auto& c : connects) EXPECT_FALSE(c.session.automatic_reconnect);
         const auto texts = host.log_texts();

@@ -26,22 +26,19 @@ struct notification : ::testing::Test {
                 {"alerts/disk", "disk full on srv1", 9},
                 libtavohelper::settings::sensor_data_wrapper("mqtt_notification", settings), log);
     }
-    std::vector<std::string> texts() const {
-        std::vector<std::string> t;
-        for (const auto& [level, text] : log->lines()) t.push_back(text);
-        return t;
-    }
+    std::vector<std::string> texts() const { return mqtt::testing::texts(*log); }
 };
 
 TEST_F(notification, publishes_the_text_on_the_target_with_the_request_timeout) {
     send();
-    const auto sent = host.broker().publications();
+    const auto history = host.broker().history();
+    const auto& sent = history.publications;
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].topic, "alerts/disk");
     EXPECT_EQ(sent[0].payload, "disk full on srv1");
     EXPECT_EQ(sent[0].qos, mqtt::quality_of_service::at_least_once);
     EXPECT_FALSE(sent[0].retained);
-    const auto client = host.broker().connects().at(0);
+    const auto& client = history.connects.at(0);
     EXPECT_EQ(client.connection.client_id, "module-test-notifier");  // as given, no prefix
     EXPECT_EQ(client.connection.connect_timeout, 9u);
     EXPECT_FALSE(client.session.automatic_reconnect);
@@ -87,9 +84,9 @@ TEST_F(notification, a_failure_is_logged_and_rethrown_to_the_host) {
         r.fault(*this);
         EXPECT_THROW_KEY(send(), r.key);
         EXPECT_TRUE(texts().back().starts_with("send_notification failed: ")) << texts().back();
-        EXPECT_EQ(host.broker().live_clients(), 0u);
+        EXPECT_EQ(host.broker().history().live_clients, 0u);
     }
-    EXPECT_TRUE(host.broker().publications().empty());
+    EXPECT_TRUE(host.broker().history().publications.empty());
 }
 
 }  // namespace

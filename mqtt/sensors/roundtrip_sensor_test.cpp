@@ -42,7 +42,7 @@ long state_of(const result_type& r) {
 
 TEST(roundtrip, an_echoed_payload_completes_through_two_clients_of_its_own) {
     mqtt::testing::recording_host host;
-    host.broker().set_connect_duration(7);
+    host.broker().configure([](auto& b) { b.connect_duration = 7; });
     auto sensor = make(host, 5);
     const auto r = scan(host, *sensor);
     EXPECT_EQ(r.response_code(), scan_response_codes::ok) << r.response_message().render();
@@ -52,7 +52,8 @@ TEST(roundtrip, an_echoed_payload_completes_through_two_clients_of_its_own) {
     EXPECT_GE(std::get<std::int64_t>(r.values().at(round_trip_time)), 0);
 
     // Subscriber first, then publisher; both ids and the topic carry the instance's tag.
-    const auto clients = host.broker().connects();
+    const auto history = host.broker().history();
+    const auto& clients = history.connects;
     ASSERT_EQ(clients.size(), 2u);
     const std::string subscriber = clients[0].connection.client_id;
     ASSERT_EQ(subscriber.size(), std::string("KESH_5S").size() + 3) << subscriber;
@@ -63,21 +64,21 @@ TEST(roundtrip, an_echoed_payload_completes_through_two_clients_of_its_own) {
         EXPECT_FALSE(c.session.automatic_reconnect);
         EXPECT_EQ(c.connection.client_id_suffix_length, 0u);
     }
-    const auto sent = host.broker().publications();
+    const auto& sent = history.publications;
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].client_id, "KESH_5P" + tag);
     EXPECT_EQ(sent[0].topic, "KESH/roundtrip/5_" + tag);
     EXPECT_EQ(sent[0].payload.size(), 1024u);
     EXPECT_EQ(sent[0].qos, mqtt::quality_of_service::at_least_once);
     EXPECT_FALSE(sent[0].retained);
-    EXPECT_EQ(host.broker().subscribed(), std::vector<std::string>{sent[0].topic});
-    EXPECT_EQ(host.broker().unsubscribed(), std::vector<std::string>{sent[0].topic});
-    EXPECT_EQ(host.broker().live_clients(), 0u);  // released after the scan
+    EXPECT_EQ(history.subscribed, std::vector<std::string>{sent[0].topic});
+    EXPECT_EQ(history.unsubscribed, std::vector<std::string>{sent[0].topic});
+    EXPECT_EQ(history.live_clients, 0u);  // released after the scan
 
     // A second instance with equal settings keeps apart by its own tag; payloads differ too.
     auto other = make(host, 5);
     EXPECT_EQ(state_of(scan(host, *other)), static_cast<long>(roundtrip_state::roundtrip_complete));
-    const auto both = host.broker().publications();
+    const auto both = host.broker().history().publications;
     EXPECT_NE(both[1].topic, both[0].topic);
     EXPECT_NE(both[1].payload, both[0].payload);
 }
@@ -118,9 +119,15 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
              b.fail_next(operation::publish, std::make_exception_ptr(std::runtime_error("boom")));
          },
          roundtrip_state::message_not_sent, "libi18n.error.generic"},
-        {"payload altered", [](auto& b) { b.set_route([](std::string p) { return p.substr(1); }); },
+        {"payload altered",
+         [](auto& b) {
+             b.configure([](auto& c) { c.route = [](std::string p) { return p.substr(1); }; });
+         },
          roundtrip_state::message_not_received, "error.payload_corrupted"},
-        {"message lost", [](auto& b) { b.set_route([](std::string) { return std::nullopt; }); },
+        {"message lost",
+         [](auto& b) {
+             b.configure([](auto& c) { c.route = [](std::string) { return std::nullopt; }; });
+         },
          roundtrip_state::message_not_received, "error.timeout"},
     };
     for (const auto& r : rows) {
@@ -135,7 +142,7 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
         EXPECT_FALSE(result.response_message().render().empty());
         EXPECT_EQ(result.values().count(round_trip_time),
                   r.state == roundtrip_state::message_not_received && r.key != "error.timeout");
-        EXPECT_EQ(host.broker().live_clients(), 0u);
+        EXPECT_EQ(host.broker().history().live_clients, 0u);
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -27,18 +26,11 @@ struct fake_broker::state {
     };
 
     mutable std::mutex mutex;
-    // All guarded by mutex.
-    std::deque<failure> failures;
-    std::map<operation, std::chrono::milliseconds> delays;
-    bool connected = true;
-    std::int64_t connect_duration = 0;
-    std::function<std::optional<std::string>(std::string)> route;
-    std::vector<registration> registrations;
-    std::set<fake_client*> clients;
-    std::vector<mqtt_client_settings> connects;
-    std::vector<std::string> subscribed;
-    std::vector<std::string> unsubscribed;
-    std::vector<publication> publications;
+    behaviour behave;                         // guarded by mutex
+    record done;                              // guarded by mutex
+    std::deque<failure> failures;             // guarded by mutex
+    std::vector<registration> registrations;  // guarded by mutex
+    std::set<fake_client*> clients;           // guarded by mutex
 
     // Waits the operation's delay, then throws its queued failure for this client, if any.
     void answer(operation op, const std::string& client_id) {
@@ -46,7 +38,7 @@ struct fake_broker::state {
         std::exception_ptr error;
         {
             std::lock_guard lock(mutex);
-            if (const auto d = delays.find(op); d != delays.end()) delay = d->second;
+            if (const auto d = behave.delays.find(op); d != behave.delays.end()) delay = d->second;
             const auto f = std::find_if(failures.begin(), failures.end(), [&](const failure& f) {
                 return f.op == op && client_id.starts_with(f.prefix);
             });
@@ -95,14 +87,14 @@ class fake_client : public mqtt_client_interface {
         if (!subscription) return;
         broker_->answer(operation::subscribe, id_);
         std::lock_guard lock(broker_->mutex);
-        broker_->subscribed.push_back(subscription->get_topic_filter());
+        broker_->done.subscribed.push_back(subscription->get_topic_filter());
         broker_->registrations.push_back({this, subscription});
     }
     void unsubscribe(const std::shared_ptr<topic_subscription_interface>& subscription) override {
         if (!subscription) return;
         {
             std::lock_guard lock(broker_->mutex);
-            broker_->unsubscribed.push_back(subscription->get_topic_filter());
+            broker_->done.unsubscribed.push_back(subscription->get_topic_filter());
             std::erase_if(broker_->registrations, [&](const auto& r) {
                 return r.client == this && r.subscription.lock() == subscription;
             });
@@ -115,8 +107,8 @@ class fake_client : public mqtt_client_interface {
         std::optional<std::string> routed = payload;
         {
             std::lock_guard lock(broker_->mutex);
-            broker_->publications.push_back({id_, topic, payload, qos, retained});
-            if (broker_->route) routed = broker_->route(payload);
+            broker_->done.publications.push_back({id_, topic, payload, qos, retained});
+            if (broker_->behave.route) routed = broker_->behave.route(payload);
         }
         if (routed) broker_->deliver(topic, *routed);
     }
@@ -127,11 +119,11 @@ class fake_client : public mqtt_client_interface {
     }
     std::int64_t get_connect_duration() const override {
         std::lock_guard lock(broker_->mutex);
-        return broker_->connect_duration;
+        return broker_->behave.connect_duration;
     }
     bool is_connected() const override {
         std::lock_guard lock(broker_->mutex);
-        return broker_->connected;
+        return broker_->behave.connected;
     }
     std::string get_client_id() const override { return id_; }
     std::uint64_t get_subscribed_topic_count() const override {
@@ -162,53 +154,48 @@ class fake_client : public mqtt_client_interface {
 
 }  // namespace
 
+std::vector<std::string> texts(const liblog::memory_logger& log) {
+    std::vector<std::string> t;
+    for (const auto& [level, text] : log.lines()) t.push_back(text);
+    return t;
+}
+
 fake_broker::fake_broker() : state_(std::make_shared<state>()) {}
 
 std::function<std::unique_ptr<mqtt_client_interface>(mqtt_client_settings)> fake_broker::factory()
     const {
-    return
-        [broker = state_](mqtt_client_settings settings) -> std::unique_ptr<mqtt_client_interface> {
-            try {
-                broker->answer(operation::connect, settings.connection.client_id);
-            } catch (const std::exception& e) {
-                if (settings.logger) settings.logger->log(liblog::severity::error, e.what());
-                throw;
-            }
-            {
-                std::lock_guard lock(broker->mutex);
-                broker->connects.push_back(settings);
-                broker->connects.back().logger.reset();  // held weakly, as by the real client
-            }
-            auto client = std::make_unique<fake_client>(broker, settings);
-            client->log(liblog::severity::debug, "Connected");
-            return client;
-        };
+    return [broker = state_](mqtt_client_settings settings) {
+        try {
+            broker->answer(operation::connect, settings.connection.client_id);
+        } catch (const std::exception& e) {
+            if (settings.logger) settings.logger->log(liblog::severity::error, e.what());
+            throw;
+        }
+        auto client = std::make_unique<fake_client>(broker, settings);
+        client->log(liblog::severity::debug, "Connected");
+        settings.logger.reset();  // held weakly, as by the real client
+        std::lock_guard lock(broker->mutex);
+        broker->done.connects.push_back(std::move(settings));
+        return std::unique_ptr<mqtt_client_interface>(std::move(client));
+    };
+}
+
+void fake_broker::configure(const std::function<void(behaviour&)>& change) {
+    std::lock_guard lock(state_->mutex);
+    change(state_->behave);
+}
+
+fake_broker::record fake_broker::history() const {
+    std::lock_guard lock(state_->mutex);
+    auto r = state_->done;
+    r.live_clients = state_->clients.size();
+    return r;
 }
 
 void fake_broker::fail_next(operation op, std::exception_ptr failure,
                             std::string client_id_prefix) {
     std::lock_guard lock(state_->mutex);
     state_->failures.push_back({op, std::move(failure), std::move(client_id_prefix)});
-}
-
-void fake_broker::set_delay(operation op, std::chrono::milliseconds delay) {
-    std::lock_guard lock(state_->mutex);
-    state_->delays[op] = delay;
-}
-
-void fake_broker::set_connected(bool connected) {
-    std::lock_guard lock(state_->mutex);
-    state_->connected = connected;
-}
-
-void fake_broker::set_connect_duration(std::int64_t milliseconds) {
-    std::lock_guard lock(state_->mutex);
-    state_->connect_duration = milliseconds;
-}
-
-void fake_broker::set_route(std::function<std::optional<std::string>(std::string)> route) {
-    std::lock_guard lock(state_->mutex);
-    state_->route = std::move(route);
 }
 
 std::size_t fake_broker::publish(const std::string& topic, const std::string& payload) {
@@ -218,31 +205,6 @@ std::size_t fake_broker::publish(const std::string& topic, const std::string& pa
 void fake_broker::log(liblog::severity level, const std::string& text) {
     std::lock_guard lock(state_->mutex);
     for (auto* client : state_->clients) client->log(level, text);
-}
-
-std::vector<mqtt_client_settings> fake_broker::connects() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->connects;
-}
-
-std::vector<std::string> fake_broker::subscribed() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->subscribed;
-}
-
-std::vector<std::string> fake_broker::unsubscribed() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->unsubscribed;
-}
-
-std::vector<fake_broker::publication> fake_broker::publications() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->publications;
-}
-
-std::size_t fake_broker::live_clients() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->clients.size();
 }
 
 }  // namespace corvanis::monitoring_modules::mqtt::testing

@@ -81,15 +81,6 @@ tavo::responses::sensor_scan_result recording_host::last_scan_result(int sensor_
     throw std::out_of_range("no scan result for sensor " + std::to_string(sensor_id));
 }
 
-std::size_t recording_host::scan_result_count(int sensor_id) const {
-    std::size_t n = 0;
-    for (const auto& bytes : sent()) {
-        const auto m = parse(bytes);
-        if (m.has_scan_result() && m.scan_result().sensor_id() == sensor_id) ++n;
-    }
-    return n;
-}
-
 std::map<std::string, std::string> recording_host::persisted(int sensor_id) const {
     std::map<std::string, std::string> data;
     for (const auto& bytes : sent()) {

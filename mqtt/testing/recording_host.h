@@ -22,7 +22,6 @@ class recording_host {
     std::vector<std::string> log_texts() const;
     // The newest scan result sent for the sensor; throws std::out_of_range when none was.
     libtavohelper::responses::sensor_scan_result last_scan_result(int sensor_id) const;
-    std::size_t scan_result_count(int sensor_id) const;
     std::map<std::string, std::string> persisted(int sensor_id) const;  // newest value per key
 
     const std::shared_ptr<libtavohelper::module::service_container>& container() const {
