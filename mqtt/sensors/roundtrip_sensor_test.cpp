@@ -42,14 +42,17 @@ long state_of(const result_type& r) {
 
 TEST(roundtrip, an_echoed_payload_completes_through_two_clients_of_its_own) {
     mqtt::testing::recording_host host;
-    host.broker().configure([](auto& b) { b.connect_duration = 7; });
+    host.broker().configure([](auto& b) {
+        b.connect_duration = 7;
+        b.delays[operation::publish] = std::chrono::milliseconds(50);  // inside the measured span
+    });
     auto sensor = make(host, 5);
     const auto r = scan(host, *sensor);
     EXPECT_EQ(r.response_code(), scan_response_codes::ok) << r.response_message().render();
     EXPECT_EQ(state_of(r), static_cast<long>(roundtrip_state::roundtrip_complete));
     EXPECT_EQ(r.values().at(publish_connection_time), channel_value(std::int64_t{7}));
     EXPECT_EQ(r.values().at(subscribe_connection_time), channel_value(std::int64_t{7}));
-    EXPECT_GE(std::get<std::int64_t>(r.values().at(round_trip_time)), 0);
+    EXPECT_GE(std::get<std::int64_t>(r.values().at(round_trip_time)), 50);
 
     // Subscriber first, then publisher; both ids and the topic carry the instance's tag.
     const auto history = host.broker().history();
