@@ -137,35 +137,6 @@ TEST_F(sensors_e2e, roundtrip_completes_and_reports_its_times) {
     EXPECT_EQ(r.definitions(3).lookup(), "rttstate");
 }
 
-TEST_F(sensors_e2e, roundtrip_states_for_refusal_and_for_a_message_that_never_returns) {
-    ts::mosquitto_broker secured({.users = {{"alice", "s3cret"}}});
-    module_host host;
-    ASSERT_EQ(host.create(1, settings_block("roundtrip_sensor", port(secured),
-                                            {{"credentials.user_credentials.active", "yes"},
-                                             {"credentials.user_credentials.user", "alice"},
-                                             {"credentials.user_credentials.password", "wrong"}})),
-              dispatch_ok);
-    host.scan(1);
-    auto r = host.last_scan_result(1);
-    EXPECT_EQ(value_of(r, 3), 0);  // subscriber_could_not_connect
-    EXPECT_EQ(r.response_code(), response_error);
-    EXPECT_EQ(r.message().text(),
-              "The sensor could not establish a connection to the MQTT broker (server). Check your "
-              "credentials for MQTT.");
-
-    // The broker acknowledges publishes to $SYS but never delivers them.
-    ts::mosquitto_broker broker;
-    ASSERT_EQ(host.create(2, settings_block("roundtrip_sensor", port(broker),
-                                            {{"timeout", "1"},
-                                             {"roundtrip.connection_roundtrip.topic", "$SYS/rt"}})),
-              dispatch_ok);
-    host.scan(2);
-    r = host.last_scan_result(2);
-    EXPECT_EQ(value_of(r, 3), 3);  // message_not_received
-    EXPECT_EQ(r.message().key(), "error.timeout");
-    EXPECT_FALSE(module_testing::has_value(r, 0));
-}
-
 TEST_F(sensors_e2e, connect_check_with_credentials_and_tls) {
     ts::mosquitto_broker secured({.users = {{"alice", "s3cret"}}});
     ts::mosquitto_broker tls({.tls = true});
