@@ -4,6 +4,7 @@
 #include "libstringutils/random_string_generator.h"
 #include "module/description/description.h"
 #include "mqtt/mqtt_client_paho.h"
+#include "mqtt/poll_pacer.h"
 #include "mqtt/sensors/mqtt_connect_check.h"
 #include "mqtt/sensors/mqtt_notification.h"
 #include "mqtt/sensors/roundtrip_sensor.h"
@@ -21,6 +22,7 @@ TavoModuleMQTT::TavoModuleMQTT(std::uint64_t host_context, tavo::module::host_ca
     container.register_factory<libstringutils::random_string_generator_interface>(
         std::function<std::unique_ptr<libstringutils::random_string_generator_interface>()>(
             &libstringutils::make_random_string_generator));
+    container.add_instance(std::make_shared<poll_pacer>());  // ends with the container
     container.register_factory<mqtt_client_interface, mqtt_client_settings>(
         make_client_factory(std::weak_ptr<tavo::module::service_container>(service_container_)));
     container.register_factory<libparser::parser_interface, std::string>(

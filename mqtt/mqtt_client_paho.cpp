@@ -9,6 +9,7 @@
 #include "libtavohelper/module/service_container.h"
 #include "mqtt/exceptions.h"
 #include "mqtt/paho_callbacks.h"
+#include "mqtt/poll_pacer.h"
 
 namespace corvanis::monitoring_modules::mqtt {
 
@@ -842,6 +843,8 @@ void paho_callbacks::dispatch(void* context,
 std::function<std::unique_ptr<mqtt_client_interface>(mqtt_client_settings)> make_client_factory(
     std::weak_ptr<libtavohelper::module::service_container> container) {
     return [container = std::move(container)](mqtt_client_settings settings) {
+        // The first attempt's time is the broker's only while the library's receive thread turns.
+        const auto pacing = pace(container.lock());
         return std::unique_ptr<mqtt_client_interface>(
             std::make_unique<mqtt_client_paho>(std::move(settings), container));
     };

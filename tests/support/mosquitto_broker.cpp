@@ -43,6 +43,7 @@ mosquitto_broker::mosquitto_broker(broker_options options)
         }
         conf << "allow_anonymous false\npassword_file " << passwd.string() << "\n";
     }
+    for (const auto& line : options_.extra_config) conf << line << "\n";
     conf.close();
     start();
 }

@@ -20,6 +20,8 @@ struct broker_options {
     bool require_client_certificate = false;
     // When not empty: a password file with these (user, password) pairs, no anonymous access.
     std::vector<std::pair<std::string, std::string>> users;
+    // Further lines for the broker's configuration file, such as limits.
+    std::vector<std::string> extra_config;
 };
 
 // True when a mosquitto binary can be found; system tests skip without one.
