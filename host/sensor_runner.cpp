@@ -144,7 +144,11 @@ sensor_runner::readiness sensor_runner::ensure_created() {
 }
 
 scan_view sensor_runner::next_result() {
-    return ensure_created() == readiness::created ? scan() : failure();
+    const auto started = clock::now();
+    if (ensure_created() == readiness::created) return scan();
+    auto view = failure();
+    view.duration = clock::now() - started;
+    return view;
 }
 
 scan_view sensor_runner::scan() {
