@@ -191,6 +191,11 @@ Examples:
         if (demo_app->parsed()) return demo_command(global, demo, signals.token());
     } catch (const host_error& e) {
         std::cerr << "tavo-probe: " << e.what() << std::endl;
+        // A monitoring-plugin host reads only the status line.
+        if ((scan_command_app->parsed() && scan.format == "nagios") ||
+            (check->parsed() && check_format == "nagios")) {
+            std::cout << "UNKNOWN - " << e.what() << std::endl;
+        }
         return e.code();
     } catch (const std::exception& e) {
         std::cerr << "tavo-probe: " << e.what() << std::endl;

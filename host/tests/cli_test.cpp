@@ -95,6 +95,11 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_stat
     EXPECT_EQ(status.exit_code, 2);
     EXPECT_EQ(status.out, "CRITICAL - MQTT Round Trip #1: TCP/TLS connect failure\n");
 
+    const auto unknown = run({"scan", "nope_sensor", "--format", "nagios"});
+    EXPECT_EQ(unknown.exit_code, 3);
+    EXPECT_EQ(unknown.out.rfind("UNKNOWN - unknown sensor kind \"nope_sensor\"", 0), 0u)
+        << unknown.out;
+
     const auto check = run(strings{"check", "--json"} + no_broker);
     EXPECT_EQ(check.exit_code, 2);
     const auto result = check.json_lines().at(0);
