@@ -12,11 +12,12 @@ namespace corvanis::monitoring_modules::host {
 
 namespace {
 
-constexpr const char* footer = R"(Exit codes:
-  0  done; every scan without error, check succeeded, notification delivered
-  1  the command line is malformed
-  2  a scan reported an error, the check failed or the notification was not delivered
-  3  the module cannot be loaded, a setting is wrong or a sensor cannot be created
+constexpr const char* footer = R"(Exit codes (the worst result of the command):
+  0  ok: every result ok, the check succeeded, the notification was delivered
+  1  warning: a result was a warning (a limit was passed, or the module said so)
+  2  error: a result was an error, the check failed or the notification was not delivered
+  3  unknown: the command line is malformed, the module cannot be loaded, a setting or the
+     config is wrong, a sensor cannot be created or a result could not be had
 
 Examples:
   tavo-probe demo
@@ -89,12 +90,41 @@ int run_cli(int argc, char** argv) {
         ->add_option("--state", scan.state, "SQLite file keeping the sensor's data across runs")
         ->type_name("FILE");
     scan_command_app->add_flag("--json", scan.json, "one JSON object per line");
+    scan_command_app
+        ->add_option("--format", scan.format,
+                     "table (default), json, or nagios: one status line with performance data")
+        ->check(CLI::IsMember({"table", "json", "nagios"}));
+    double scan_wait = 0;
+    auto* wait_option =
+        scan_command_app
+            ->add_option("--wait", scan_wait,
+                         "seconds a push sensor (statistics, subscribe-custom) collects messages "
+                         "before its first scan (default 5; 0 scans at once)")
+            ->check(CLI::NonNegativeNumber)
+            ->type_name("SECONDS");
+    scan_command_app
+        ->add_option("--limit", scan.limits,
+                     "a bound on a channel's value, KEY one of warning_min, warning_max, "
+                     "error_min, error_max (repeatable)")
+        ->allow_extra_args(false)
+        ->type_name("CHANNEL:KEY=VALUE");
+    scan_command_app->footer(R"(Examples:
+  tavo-probe scan statistics_sensor --set host=broker.local --set statistics.connection_statistics.topic='plant/#'
+  tavo-probe scan roundtrip_sensor --set host=broker.local --limit 'Round Trip Time:warning_max=50' \
+      --limit 'Round Trip Time:error_max=500' --format nagios
+  tavo-probe scan subscribe_custom_sensor --config plant.yaml --id 3 --wait 10 --json)");
 
     settings_options check_settings;
     bool check_json = false;
     auto* check = app.add_subcommand("check", "run the module's connect check");
     add_settings_options(*check, check_settings, true);
     check->add_flag("--json", check_json, "one JSON object per line");
+    std::string check_format;
+    check->add_option("--format", check_format, "table (default), json, or nagios: one status line")
+        ->check(CLI::IsMember({"table", "json", "nagios"}));
+    check->footer(R"(Examples:
+  tavo-probe check --set host=broker.local --set credentials.connection_mqtt.port=8883
+  tavo-probe check --config plant.yaml --format nagios)");
 
     notify_options notify;
     auto* notify_app = app.add_subcommand("notify", "send a notification through the module");
@@ -123,6 +153,13 @@ int run_cli(int argc, char** argv) {
                                    ->check(CLI::PositiveNumber)
                                    ->type_name("N");
     run_app->add_flag("--json", run.json, "one JSON object per line");
+    run_app->footer(
+        R"(Each result has a state: ok, warning, error or unknown. A sensor that cannot be checked
+or created is an error result at its interval and is tried again; the others run on.
+
+Examples:
+  tavo-probe run plant.yaml --state plant.db
+  tavo-probe run plant.yaml --seconds 60 --json)");
 
     demo_options demo;
     double demo_seconds = 0;
@@ -141,18 +178,24 @@ int run_cli(int argc, char** argv) {
     }
     if (log_option->count() > 0) global.log_level = log_level;
     if (interval_option->count() > 0) scan.interval = scan_interval;
+    if (wait_option->count() > 0) scan.wait = scan_wait;
     if (run_seconds_option->count() > 0) run.seconds = run_seconds;
     if (demo_seconds_option->count() > 0) demo.seconds = demo_seconds;
 
     try {
         if (describe->parsed()) return describe_command(global, language, describe_json);
         if (scan_command_app->parsed()) return scan_command(global, scan, signals.token());
-        if (check->parsed()) return check_command(global, check_settings, check_json);
+        if (check->parsed()) return check_command(global, check_settings, check_json, check_format);
         if (notify_app->parsed()) return notify_command(global, notify);
         if (run_app->parsed()) return run_command(global, run, signals.token());
         if (demo_app->parsed()) return demo_command(global, demo, signals.token());
     } catch (const host_error& e) {
         std::cerr << "tavo-probe: " << e.what() << std::endl;
+        // A monitoring-plugin host reads only the status line.
+        if ((scan_command_app->parsed() && scan.format == "nagios") ||
+            (check->parsed() && check_format == "nagios")) {
+            std::cout << "UNKNOWN - " << e.what() << std::endl;
+        }
         return e.code();
     } catch (const std::exception& e) {
         std::cerr << "tavo-probe: " << e.what() << std::endl;

@@ -2,8 +2,9 @@
 
 #include <unistd.h>
 
-#include <atomic>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
 
 #include "host/describe.h"
 #include "host/errors.h"
@@ -33,9 +34,13 @@ std::optional<probe_config> optional_config(const std::string& path) {
     return load_config(path);
 }
 
-int interval_setting(const settings_map& values) {
-    const auto it = values.find("interval");
-    return it == values.end() ? 60 : std::stoi(it->second);
+// How long a one-shot scan of a push sensor collects unless told.
+constexpr double default_wait_s = 5;
+
+output_format format_of(const std::string& format, bool json) {
+    if (format == "nagios") return output_format::nagios;
+    if (format == "json" || (format.empty() && json)) return output_format::json;
+    return output_format::table;
 }
 
 }  // namespace
@@ -59,36 +64,62 @@ int describe_command(const global_options& global, const std::string& language, 
 int scan_command(const global_options& global, const scan_options& options, std::stop_token stop) {
     const auto config = optional_config(options.settings.config);
     probe p(global, options.state);
-    const auto schema = sensor_schema(p.doc(), options.kind);
     const sensor_entry* entry = config ? config->find_sensor(options.id) : nullptr;
     if (entry != nullptr && entry->kind != options.kind) {
         throw host_error(config->name + ": sensor " + std::to_string(options.id) + " is a " +
                          entry->kind + ", not a " + options.kind);
     }
-    const auto values = resolve_settings(
-        schema,
+    sensor_entry own{options.id, options.kind, {}, {}, {}, {}};
+    if (entry != nullptr) own = *entry;
+    for (const auto& text : options.limits) add_limit_option(text, own.limits);
+    auto planned = plan_sensor(
+        p.doc(), own,
         settings_layers(p.doc(), config ? &*config : nullptr, entry ? &entry->settings : nullptr,
                         "sensor " + std::to_string(options.id) + " in " + options.settings.config,
                         options.settings));
-    validate_settings(schema, values);
-    const double interval = options.interval.value_or(interval_setting(values));
+    if (options.interval) planned.interval = seconds_to_duration(*options.interval);
 
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color()});
-    p.create_sensor(options.id, schema, values);
-    std::atomic<bool> any_error = false;
-    scan_scheduler scheduler(1, [&](int id) {
-        const auto result = p.module().scan(id);
-        if (is_error_code(result.response_code())) any_error = true;
-        printer.print(result, options.kind);
+    result_printer printer(std::cout, format_of(options.format, options.json), &p.doc(),
+                           {want_color(), options.language});
+    sensor_runner runner(p, planned, options.language);
+    const auto ready = runner.ensure_created();
+    if (ready == sensor_runner::readiness::creation_failed) {
+        throw host_error("sensor " + std::to_string(options.id) + " (" + options.kind +
+                         ") could not be created: " + runner.failure().message->text);
+    }
+    // A push sensor learns only from messages, so a one-shot scan first listens a while.
+    std::optional<double> collected;
+    if (ready == sensor_runner::readiness::created && runner.push()) {
+        const auto window = seconds_to_duration(options.wait.value_or(default_wait_s));
+        if (window > std::chrono::steady_clock::duration::zero()) {
+            const auto started = std::chrono::steady_clock::now();
+            std::mutex mutex;
+            std::condition_variable_any never;
+            std::unique_lock lock(mutex);
+            never.wait_for(lock, stop, window, [] { return false; });
+            collected =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        }
+    }
+    // Nothing printed (stopped before the first scan) is unknown.
+    std::string worst = "unknown";
+    bool first = true;
+    scan_scheduler scheduler(1, [&](int) {
+        auto view = first && ready != sensor_runner::readiness::created ? runner.failure()
+                                                                        : runner.next_result();
+        if (first) view.collected_seconds = collected;
+        worst = first ? view.state : worse_state(worst, view.state);
+        first = false;
+        printer.print(view, planned.limits);
     });
-    scheduler.add(options.id, seconds_to_duration(interval),
-                  static_cast<std::size_t>(options.count));
-    scheduler.run(stop);
+    scheduler.add(options.id, planned.interval, static_cast<std::size_t>(options.count));
+    if (!stop.stop_requested()) scheduler.run(stop);
     p.destroy_all();
-    return any_error ? exit_failed : exit_ok;
+    return exit_code_of(worst);
 }
 
-int check_command(const global_options& global, const settings_options& settings, bool json) {
+int check_command(const global_options& global, const settings_options& settings, bool json,
+                  const std::string& format) {
     const auto config = optional_config(settings.config);
     probe p(global);
     const auto schema = check_schema(p.doc());
@@ -112,7 +143,8 @@ int check_command(const global_options& global, const settings_options& settings
         result.set_check_id(check_id);
         *result.mutable_message() = no_answer("ExecuteCheck", outcome.code, "check result");
     }
-    result_printer(std::cout, json, &p.doc(), {want_color()}).print(result, schema.kind);
+    result_printer(std::cout, format_of(format, json), &p.doc(), {want_color()})
+        .print(result, schema.kind);
     return outcome.code == 0 && result.success() ? exit_ok : exit_failed;
 }
 
@@ -155,14 +187,13 @@ int run_command(const global_options& global, const run_options& options, std::s
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
-            plan.push_back(
-                plan_sensor(p.doc(), entry.id, entry.kind,
-                            settings_layers(p.doc(), &config, &entry.settings, label, {})));
+            plan.push_back(plan_sensor(
+                p.doc(), entry, settings_layers(p.doc(), &config, &entry.settings, label, {})));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }
     }
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color()});
+    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), options.language});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
                  (options.seconds ? "" : "; Ctrl-C stops"));

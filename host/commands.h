@@ -3,6 +3,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <vector>
 
 #include "host/probe.h"
 
@@ -21,10 +22,16 @@ struct scan_options {
     std::optional<double> interval;  // seconds; default: the interval setting
     std::string state;
     bool json = false;
+    std::string format;               // "table", "json" or "nagios"; empty: by `json`
+    std::optional<double> wait;       // seconds a push sensor collects before its first scan
+    std::vector<std::string> limits;  // CHANNEL:KEY=VALUE, over the config's limits
+    std::string language = "English";
 };
 int scan_command(const global_options& global, const scan_options& options, std::stop_token stop);
 
-int check_command(const global_options& global, const settings_options& settings, bool json);
+// `format` as for scan.
+int check_command(const global_options& global, const settings_options& settings, bool json,
+                  const std::string& format = "");
 
 struct notify_options {
     std::string target;
@@ -40,6 +47,7 @@ struct run_options {
     std::string state;
     std::optional<double> seconds;
     bool json = false;
+    std::string language = "English";
 };
 int run_command(const global_options& global, const run_options& options, std::stop_token stop);
 

@@ -65,6 +65,36 @@ class reader {
         }
     }
 
+    // CHANNEL: {warning_min: N, warning_max: N, error_min: N, error_max: N}
+    std::map<std::string, channel_limits> limits(const YAML::Node& node,
+                                                 const std::string& label) const {
+        std::map<std::string, channel_limits> out;
+        if (!node.IsMap()) fail(node, label + " limits must map channel names to bounds");
+        for (const auto& channel : node) {
+            const auto name = scalar(channel.first, "a channel name");
+            if (!channel.second.IsMap())
+                fail(channel.second, "limits of \"" + name + "\" must be a map");
+            only_keys(channel.second, {"warning_min", "warning_max", "error_min", "error_max"},
+                      "limits of \"" + name + "\"");
+            auto& l = out[name];
+            for (const auto& bound : channel.second) {
+                const auto key = bound.first.Scalar();
+                const auto text = scalar(bound.second, key);
+                double value = 0;
+                const auto [ptr, ec] =
+                    std::from_chars(text.data(), text.data() + text.size(), value);
+                if (ec != std::errc() || ptr != text.data() + text.size() || text.empty())
+                    fail(bound.second,
+                         key + " of \"" + name + "\" must be a number, not \"" + text + "\"");
+                (key == "warning_min"   ? l.warning_min
+                 : key == "warning_max" ? l.warning_max
+                 : key == "error_min"   ? l.error_min
+                                        : l.error_max) = value;
+            }
+        }
+        return out;
+    }
+
     const std::string& name() const { return name_; }
 
   private:
@@ -106,9 +136,12 @@ probe_config parse_config(const std::string& yaml, const std::string& name) {
     if (sensors && !sensors.IsNull()) {
         if (!sensors.IsSequence()) r.fail(sensors, "sensors must be a list");
         std::set<int> ids;
+        std::set<std::string> names;
         for (const auto& node : sensors) {
             if (!node.IsMap()) r.fail(node, "each sensor must be a map with id: and kind:");
-            r.only_keys(node, {"id", "kind", "interval", "settings"}, "a sensor");
+            r.only_keys(node,
+                        {"id", "kind", "interval", "settings", "name", "limits", "stale_after"},
+                        "a sensor");
             sensor_entry entry;
             if (!node["id"]) r.fail(node, "a sensor needs an id:");
             entry.id = r.integer(node["id"], "id", 1);
@@ -129,6 +162,14 @@ probe_config parse_config(const std::string& yaml, const std::string& name) {
                 entry.settings.insert(entry.settings.begin(),
                                       {"interval", std::to_string(seconds)});
             }
+            if (node["name"]) {
+                entry.name = r.scalar(node["name"], "name");
+                if (!entry.name.empty() && !names.insert(entry.name).second)
+                    r.fail(node["name"], "name \"" + entry.name + "\" used twice");
+            }
+            if (const auto stale = node["stale_after"])
+                entry.stale_after = std::chrono::seconds(r.integer(stale, "stale_after", 1));
+            if (const auto limits = node["limits"]) entry.limits = r.limits(limits, label);
             config.sensors.push_back(std::move(entry));
         }
     }

@@ -94,8 +94,12 @@ description description::parse(const std::string& json) {
                 const auto& s = member.value();
                 std::vector<std::string> sections;
                 if (s.contains("Settings")) sections = strings_of(s.at("Settings"), "Sections");
-                d.sensors_.push_back({std::string(member.key()), string_of(s, "Display"),
-                                      string_of(s, "Description"), std::move(sections)});
+                const auto family = strings_of(s, "Family");
+                d.sensors_.push_back(
+                    {std::string(member.key()), string_of(s, "Display"),
+                     string_of(s, "Description"), std::move(sections),
+                     strings_of(s, "RequiredChecks"),
+                     std::find(family.begin(), family.end(), "FamilyKindPush") != family.end()});
             }
         }
         if (doc.contains("Checks")) {

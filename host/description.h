@@ -39,6 +39,8 @@ struct sensor_kind_def {
     std::string display;
     std::string description;
     std::vector<std::string> sections;
+    std::vector<std::string> required_checks;  // checks to pass before creating one
+    bool push = false;                         // fed by messages between scans
 };
 
 struct check_def {

@@ -5,12 +5,13 @@
 
 namespace corvanis::monitoring_modules::host {
 
-// Exit codes of tavo-probe; scripts rely on them.
+// Exit codes of tavo-probe, as monitoring-plugin hosts read them; scripts rely on them.
 enum exit_code : int {
     exit_ok = 0,
-    exit_usage = 1,         // the command line itself is malformed
+    exit_warning = 1,       // the worst result was a warning
     exit_failed = 2,        // a scan reported an error, a check or notification failed
-    exit_setup_failed = 3,  // module not loadable, a setting wrong, a sensor not creatable
+    exit_setup_failed = 3,  // unknown: module not loadable, a setting wrong, a sensor not creatable
+    exit_usage = 3,         // unknown: the command line itself is malformed
 };
 
 // A failure that ends the command; what() is shown to the operator as it stands.

@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <jsoncons/json.hpp>
 #include <map>
+
+#include "host/result_state.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -17,17 +20,9 @@ namespace wire = tavo::wire;
 
 namespace {
 
-const char* status_name(int code) {
-    switch (code) {
-        case 0:
-            return "OK";
-        case 1:
-            return "WARNING";
-        case 2:
-            return "UNKNOWN";
-        default:
-            return "ERROR";
-    }
+std::string upper(std::string text) {
+    for (auto& ch : text) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    return text;
 }
 
 std::string paint(const std::string& text, const char* sgr, const table_style& style) {
@@ -39,31 +34,37 @@ std::string status(const std::string& text, bool good, bool warn, const table_st
     return paint(text, good ? "1;32" : warn ? "1;33" : "1;31", style);
 }
 
-std::string json_number(double value) {
-    if (!std::isfinite(value)) return "null";
-    char buffer[64];
-    const auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return ec == std::errc() ? std::string(buffer, end) : "null";
+using jsoncons::ojson;
+
+ojson json_message(const std::optional<message_view>& message) {
+    if (!message) return ojson::null();
+    ojson out(jsoncons::json_object_arg);
+    out.insert_or_assign("key", message->key);
+    out.insert_or_assign("text", message->text);
+    ojson args(jsoncons::json_array_arg);
+    for (const auto& a : message->args) args.push_back(a);
+    out.insert_or_assign("args", std::move(args));
+    return out;
 }
 
-std::string json_message(const std::optional<message_view>& message) {
-    if (!message) return "null";
-    std::string out = "{\"key\":" + json_quote(message->key) +
-                      ",\"text\":" + json_quote(message->text) + ",\"args\":[";
-    for (std::size_t i = 0; i < message->args.size(); ++i) {
-        if (i > 0) out += ',';
-        out += json_quote(message->args[i]);
-    }
-    return out + "]}";
+ojson json_value(const channel_view& c) {
+    if (!c.has_value) return ojson::null();
+    if (c.integer) return ojson(c.integer_value);
+    // JSON has no NaN or infinity.
+    return std::isfinite(c.floating_value) ? ojson(c.floating_value) : ojson::null();
+}
+
+std::string compact(const ojson& value) {
+    std::string out;
+    value.dump(out);
+    return out;
 }
 
 message_view view_of(const wire::I18nMessage& message) {
     return {message.key(), render_text(message), {message.args().begin(), message.args().end()}};
 }
 
-std::string value_text(const channel_view& channel) {
-    if (channel.integer) return std::to_string(channel.integer_value);
-    const double v = channel.floating_value;
+std::string number_text(double v) {
     if (!std::isfinite(v)) return std::isnan(v) ? "NaN" : (v > 0 ? "Inf" : "-Inf");
     char buffer[64];
     if (v != 0 && std::fabs(v) < 0.001) {
@@ -75,6 +76,11 @@ std::string value_text(const channel_view& channel) {
     text.erase(text.find_last_not_of('0') + 1);
     if (text.back() == '.') text.pop_back();
     return text == "-0" ? "0" : text;
+}
+
+std::string value_text(const channel_view& channel) {
+    if (channel.integer) return std::to_string(channel.integer_value);
+    return number_text(channel.floating_value);
 }
 
 std::string pad_right(const std::string& text, std::size_t width) {
@@ -148,6 +154,8 @@ scan_view make_scan_view(const wire::ScanResult& result, const std::string& kind
     }
     view.response_code = result.response_code();
     view.error = is_error_code(result.response_code());
+    view.state = state_of_response_code(result.response_code());
+    view.time = std::chrono::system_clock::now();
     if (result.has_message() &&
         !(result.message().key().empty() && render_text(result.message()).empty())) {
         view.message = view_of(result.message());
@@ -171,7 +179,12 @@ scan_view make_scan_view(const wire::ScanResult& result, const std::string& kind
             }
             c.unit = d.unit();
             const double scale = d.scale_factor();
+            if (d.kind() == wire::CHANNEL_KIND_COUNTER && c.integer) {
+                c.counter = true;
+                c.raw = c.integer_value;
+            }
             if (scale != 0 && scale != 1) {
+                c.scale = scale;
                 c.floating_value =
                     (c.integer ? static_cast<double>(c.integer_value) : c.floating_value) * scale;
                 c.integer = false;
@@ -181,10 +194,15 @@ scan_view make_scan_view(const wire::ScanResult& result, const std::string& kind
                 c.state = doc != nullptr
                               ? doc->text("lookup." + d.lookup() + "." + value_name, "English")
                               : "";
-                if (c.state.empty() && doc != nullptr) {
-                    if (const auto* lookup = doc->find_lookup(d.lookup())) {
-                        for (const auto& entry : lookup->values) {
-                            if (entry.value == c.integer_value) c.state = entry.display;
+                if (const auto* lookup = doc != nullptr ? doc->find_lookup(d.lookup()) : nullptr) {
+                    for (const auto& entry : lookup->values) {
+                        if (entry.value != c.integer_value) continue;
+                        if (c.state.empty()) c.state = entry.display;
+                        // A state channel's own verdict counts for the whole result.
+                        if (entry.state == "LookupValueStateError") {
+                            view.state = worse_state(view.state, "error");
+                        } else if (entry.state == "LookupValueStateWarning") {
+                            view.state = worse_state(view.state, "warning");
                         }
                     }
                 }
@@ -203,57 +221,81 @@ const char* severity_name(int severity) {
 }
 
 std::string json_line(const scan_view& scan) {
-    std::string out = "{\"type\":\"scan_result\",\"sensor_id\":" + std::to_string(scan.sensor_id) +
-                      ",\"kind\":" + json_quote(scan.kind) +
-                      ",\"response_code\":" + std::to_string(scan.response_code) +
-                      ",\"error\":" + (scan.error ? "true" : "false") +
-                      ",\"message\":" + json_message(scan.message) + ",\"channels\":[";
-    for (std::size_t i = 0; i < scan.channels.size(); ++i) {
-        const auto& c = scan.channels[i];
-        out += std::string(i ? "," : "") + "{\"id\":" + std::to_string(c.id) +
-               ",\"name\":" + json_quote(c.name) + ",\"unit\":" + json_quote(c.unit) +
-               ",\"value\":" +
-               (c.integer ? std::to_string(c.integer_value) : json_number(c.floating_value)) + "}";
+    ojson out(jsoncons::json_object_arg);
+    out.insert_or_assign("type", "scan_result");
+    out.insert_or_assign("time", rfc3339_utc(scan.time));
+    out.insert_or_assign("sensor_id", scan.sensor_id);
+    out.insert_or_assign("name", scan.name.empty() ? ojson::null() : ojson(scan.name));
+    out.insert_or_assign("kind", scan.kind);
+    out.insert_or_assign("state", scan.state);
+    out.insert_or_assign("response_code", scan.response_code);
+    out.insert_or_assign("error", scan.error);
+    out.insert_or_assign("message", json_message(scan.message));
+    out.insert_or_assign("duration_s", std::chrono::duration<double>(scan.duration).count());
+    if (scan.collected_seconds) out.insert_or_assign("collected_s", *scan.collected_seconds);
+    ojson channels(jsoncons::json_array_arg);
+    for (const auto& c : scan.channels) {
+        ojson channel(jsoncons::json_object_arg);
+        channel.insert_or_assign("id", c.id);
+        channel.insert_or_assign("name", c.name);
+        channel.insert_or_assign("unit", c.unit);
+        channel.insert_or_assign("value", json_value(c));
+        if (c.counter && c.raw) channel.insert_or_assign("raw", *c.raw);
+        if (!c.limit_state.empty()) channel.insert_or_assign("state", c.limit_state);
+        channels.push_back(std::move(channel));
     }
-    return out + "]}";
+    out.insert_or_assign("channels", std::move(channels));
+    return compact(out);
 }
 
 std::string json_line(const wire::CheckResult& check) {
-    std::string out =
-        "{\"type\":\"check_result\",\"check_id\":" + std::to_string(check.check_id()) +
-        ",\"success\":" + (check.success() ? "true" : "false");
-    // The reason only when there is one, so a plain success stays the documented three fields.
-    if (check.has_message()) out += ",\"message\":" + json_message(view_of(check.message()));
-    return out + "}";
+    ojson out(jsoncons::json_object_arg);
+    out.insert_or_assign("type", "check_result");
+    out.insert_or_assign("time", rfc3339_utc(std::chrono::system_clock::now()));
+    out.insert_or_assign("check_id", check.check_id());
+    out.insert_or_assign("state", check.success() ? "ok" : "error");
+    out.insert_or_assign("success", check.success());
+    // The reason only when there is one.
+    if (check.has_message())
+        out.insert_or_assign("message", json_message(view_of(check.message())));
+    return compact(out);
 }
 
 std::string json_line(const wire::NotificationResponse& response) {
-    std::string out = std::string("{\"type\":\"notification_response\",\"success\":") +
-                      (response.success() ? "true" : "false") + ",\"lines\":[";
-    for (int i = 0; i < response.lines_size(); ++i) {
-        const auto& line = response.lines(i);
-        out += std::string(i ? "," : "") + "{\"severity\":" + std::to_string(line.severity()) +
-               ",\"text\":" + json_quote(line.text()) + "}";
+    ojson out(jsoncons::json_object_arg);
+    out.insert_or_assign("type", "notification_response");
+    out.insert_or_assign("time", rfc3339_utc(std::chrono::system_clock::now()));
+    out.insert_or_assign("success", response.success());
+    ojson lines(jsoncons::json_array_arg);
+    for (const auto& line : response.lines()) {
+        ojson l(jsoncons::json_object_arg);
+        l.insert_or_assign("severity", line.severity());
+        l.insert_or_assign("text", line.text());
+        lines.push_back(std::move(l));
     }
-    out += "]";
-    if (response.has_message()) out += ",\"message\":" + json_message(view_of(response.message()));
-    return out + "}";
+    out.insert_or_assign("lines", std::move(lines));
+    if (response.has_message())
+        out.insert_or_assign("message", json_message(view_of(response.message())));
+    return compact(out);
 }
 
 std::string table_block(const scan_view& scan, const std::string& clock, const table_style& style) {
-    std::string id = "#";
-    id += std::to_string(scan.sensor_id);
-    std::string out = paint(clock, "2", style) + "  " + paint(id, "1", style) + " " + scan.display +
-                      "  " +
-                      status(status_name(scan.response_code), scan.response_code == 0,
-                             scan.response_code == 1, style) +
-                      "\n";
+    std::string who = "#" + std::to_string(scan.sensor_id);
+    if (!scan.name.empty()) who = scan.name + " " + who;
+    std::string out = paint(clock, "2", style) + "  " + paint(who, "1", style) + " " +
+                      scan.display + "  " +
+                      status(upper(scan.state), scan.state == "ok", scan.state == "warning", style);
+    if (scan.collected_seconds) {
+        out += "  (" +
+               host_text("collected", style.language, {number_text(*scan.collected_seconds)}) + ")";
+    }
+    out += "\n";
     if (scan.message) out += indent_lines(scan.message->text, "    ");
     std::size_t name_width = 0;
     std::size_t value_width = 0;
     std::vector<std::string> values;
     for (const auto& c : scan.channels) {
-        values.push_back(value_text(c));
+        values.push_back(c.has_value ? value_text(c) : "-");
         name_width = std::max(name_width, columns(c.name));
         value_width = std::max(value_width, values.back().size());
     }
@@ -262,7 +304,11 @@ std::string table_block(const scan_view& scan, const std::string& clock, const t
         std::string row = "    " + c.name + std::string(name_width - columns(c.name), ' ') + "  " +
                           pad_left(values[i], value_width);
         if (!c.unit.empty()) row += " " + c.unit;
+        if (c.counter && c.raw) row += "  (counter " + std::to_string(*c.raw) + ")";
         if (!c.state.empty()) row += "  " + paint(c.state, "36", style);
+        if (!c.limit_state.empty() && c.limit_state != "ok") {
+            row += "  " + status(upper(c.limit_state), false, c.limit_state == "warning", style);
+        }
         out += row + "\n";
     }
     return out;
@@ -294,9 +340,79 @@ std::string table_block(const wire::NotificationResponse& response, const std::s
     return out;
 }
 
+namespace {
+
+const char* nagios_word(const std::string& state) {
+    if (state == "ok") return "OK";
+    if (state == "warning") return "WARNING";
+    if (state == "error") return "CRITICAL";
+    return "UNKNOWN";
+}
+
+// Units that monitoring-plugin hosts understand; others are left out of the data.
+std::string nagios_unit(const std::string& unit) {
+    static const char* const known[] = {"s", "ms", "us", "%", "B", "KB", "MB", "GB", "TB", "c"};
+    if (unit == "bytes") return "B";
+    for (const char* k : known) {
+        if (unit == k) return unit;
+    }
+    return "";
+}
+
+std::string nagios_range(const std::optional<double>& min, const std::optional<double>& max) {
+    if (min && max) return number_text(*min) + ":" + number_text(*max);
+    if (max) return number_text(*max);
+    if (min) return number_text(*min) + ":";
+    return "";
+}
+
+std::string first_line(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+}  // namespace
+
+std::string nagios_line(const scan_view& scan,
+                        const std::map<std::string, channel_limits>& limits) {
+    std::string out = std::string(nagios_word(scan.state)) + " - " +
+                      (scan.name.empty() ? "" : scan.name + " ") + scan.display + " #" +
+                      std::to_string(scan.sensor_id);
+    if (scan.message) out += ": " + first_line(scan.message->text);
+    std::string data;
+    for (const auto& c : scan.channels) {
+        std::string label = c.name;
+        for (std::size_t at = label.find('\''); at != std::string::npos;
+             at = label.find('\'', at + 2)) {
+            label.insert(at, 1, '\'');
+        }
+        std::string item = "'" + label + "'=" +
+                           (c.has_value && (c.integer || std::isfinite(c.floating_value))
+                                ? value_text(c) + nagios_unit(c.unit)
+                                : "U");
+        if (const auto it = limits.find(c.name); it != limits.end()) {
+            const auto& l = it->second;
+            item += ";" + nagios_range(l.warning_min, l.warning_max) + ";" +
+                    nagios_range(l.error_min, l.error_max);
+        }
+        data += (data.empty() ? "" : " ") + item;
+    }
+    return data.empty() ? out : out + " | " + data;
+}
+
+std::string nagios_line(const wire::CheckResult& check, const std::string& check_name) {
+    std::string out = std::string(check.success() ? "OK" : "CRITICAL") + " - " + check_name;
+    if (check.has_message()) out += ": " + first_line(render_text(check.message()));
+    return out;
+}
+
 result_printer::result_printer(std::ostream& out, bool json, const description* doc,
                                table_style style)
-    : out_(out), json_(json), doc_(doc), style_(style) {}
+    : result_printer(out, json ? output_format::json : output_format::table, doc,
+                     std::move(style)) {}
+
+result_printer::result_printer(std::ostream& out, output_format format, const description* doc,
+                               table_style style)
+    : out_(out), format_(format), doc_(doc), style_(std::move(style)) {}
 
 void result_printer::write(const std::string& text) {
     std::lock_guard lock(mutex_);
@@ -305,20 +421,38 @@ void result_printer::write(const std::string& text) {
 }
 
 void result_printer::print(const wire::ScanResult& result, const std::string& kind) {
-    const auto view = make_scan_view(result, kind, doc_);
-    write(json_ ? json_line(view) + "\n" : table_block(view, clock_now(), style_));
+    print(make_scan_view(result, kind, doc_));
+}
+
+void result_printer::print(const scan_view& scan,
+                           const std::map<std::string, channel_limits>& limits) {
+    switch (format_) {
+        case output_format::json:
+            return write(json_line(scan) + "\n");
+        case output_format::nagios:
+            return write(nagios_line(scan, limits) + "\n");
+        case output_format::table:
+            return write(table_block(scan, clock_now(), style_));
+    }
 }
 
 void result_printer::print(const wire::CheckResult& check, const std::string& check_name) {
-    write(json_ ? json_line(check) + "\n" : table_block(check, check_name, clock_now(), style_));
+    switch (format_) {
+        case output_format::json:
+            return write(json_line(check) + "\n");
+        case output_format::nagios:
+            return write(nagios_line(check, check_name) + "\n");
+        case output_format::table:
+            return write(table_block(check, check_name, clock_now(), style_));
+    }
 }
 
 void result_printer::print(const wire::NotificationResponse& response, const std::string& target) {
-    write(json_ ? json_line(response) + "\n" : table_block(response, target, clock_now(), style_));
+    write(json() ? json_line(response) + "\n" : table_block(response, target, clock_now(), style_));
 }
 
 void result_printer::note(const std::string& text) {
-    if (!json_) write(text + "\n");
+    if (format_ == output_format::table) write(text + "\n");
 }
 
 std::string clock_now() {

@@ -2,14 +2,15 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "host/config.h"
 #include "host/description.h"
-#include "libtavohelper/json_text.h"
 #include "tavo.pb.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -33,6 +34,7 @@ struct channel_view {
     std::optional<std::int64_t> raw;
     bool has_value = true;    // false: no value this scan (first scan of a counter, a reset)
     std::string limit_state;  // "ok", "warning" or "error" where a limit applies, else empty
+    double scale = 1;         // the definition's scale factor, already applied to the value
 };
 
 // A scan result as the operator sees it: names, units, values with their scale factor applied.
@@ -43,11 +45,12 @@ struct scan_view {
     int response_code = 0;
     bool error = false;
     std::optional<message_view> message;
-    std::vector<channel_view> channels;  // those with a value, by id
-    std::string name;                    // the configured name, else empty
-    std::string state = "ok";            // "ok", "warning", "error" or "unknown"
+    std::vector<channel_view> channels;            // those with a value, by id
+    std::string name;                              // the configured name, else empty
+    std::string state = "ok";                      // "ok", "warning", "error" or "unknown"
     std::chrono::system_clock::time_point time{};  // when the result was received
     std::chrono::nanoseconds duration{};           // how long the scan took
+    std::optional<double> collected_seconds;       // a one-shot scan's collecting window, if any
 };
 
 // Codes 0 (ok) and 1 (warning) report no failure; every other code does.
@@ -63,10 +66,17 @@ const char* severity_name(int severity);
 std::string json_line(const scan_view& scan);
 std::string json_line(const tavo::wire::CheckResult& check);
 std::string json_line(const tavo::wire::NotificationResponse& response);
-using libtavohelper::json_quote;
+
+// The single status line of a monitoring plugin with performance data, without the line end:
+// "OK - MQTT Round Trip #1 | 'Round Trip Time'=0ms;50;500".
+std::string nagios_line(const scan_view& scan, const std::map<std::string, channel_limits>& limits);
+std::string nagios_line(const tavo::wire::CheckResult& check, const std::string& check_name);
+
+enum class output_format { table, json, nagios };
 
 struct table_style {
     bool color = false;
+    std::string language = "English";  // of the texts the host writes itself
 };
 
 // Readable blocks, each ending in a line end. `clock` is printed in front ("14:02:11").
@@ -76,17 +86,22 @@ std::string table_block(const tavo::wire::CheckResult& check, const std::string&
 std::string table_block(const tavo::wire::NotificationResponse& response, const std::string& target,
                         const std::string& clock, const table_style& style);
 
-// Prints results as JSON lines or tables, one whole block at a time. Thread-safe.
+// Prints results as JSON lines, tables or status lines, one whole block at a time. Thread-safe.
 class result_printer {
   public:
     result_printer(std::ostream& out, bool json, const description* doc, table_style style);
+    result_printer(std::ostream& out, output_format format, const description* doc,
+                   table_style style);
 
     void print(const tavo::wire::ScanResult& result, const std::string& kind);
+    // `limits` give the status line's warning and critical thresholds.
+    void print(const scan_view& scan, const std::map<std::string, channel_limits>& limits = {});
     void print(const tavo::wire::CheckResult& check, const std::string& check_name);
     void print(const tavo::wire::NotificationResponse& response, const std::string& target);
-    // A line for people only; JSON output leaves it out.
+    // A line for people only; JSON lines and status lines leave it out.
     void note(const std::string& text);
-    bool json() const { return json_; }
+    bool json() const { return format_ == output_format::json; }
+    output_format format() const { return format_; }
     const table_style& style() const { return style_; }
 
   private:
@@ -94,7 +109,7 @@ class result_printer {
 
     std::mutex mutex_;
     std::ostream& out_;  // guarded by mutex_
-    bool json_;
+    output_format format_;
     const description* doc_;
     table_style style_;
 };

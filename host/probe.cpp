@@ -22,6 +22,10 @@ probe::probe(const global_options& options, const std::string& state_path)
       inbox_(
           [this](const wire::PersistentData& data) {
               try {
+                  {
+                      std::lock_guard lock(sensors_mutex_);
+                      kept_[data.sensor_id()] = std::chrono::system_clock::now();
+                  }
                   state_->put(data.sensor_id(), data.key(), data.value());
               } catch (const std::exception& e) {
                   std::lock_guard lock(log_mutex_);
@@ -58,20 +62,37 @@ void probe::print_log(const wire::Log& log) {
               << log.line().text() << std::endl;
 }
 
-void probe::create_sensor(int id, const settings_schema& schema, const settings_map& values) {
+std::optional<message_view> probe::try_create_sensor(int id, const settings_schema& schema,
+                                                     const settings_map& values) {
     auto block = make_block(schema, values);
     for (const auto& [key, value] : state_->load(id, schema.kind))
         (*block.mutable_persistent_data())[key] = value;
     const auto outcome = session_->create_sensor(id, block);
     if (outcome.code != 0) {
-        const std::string reason = outcome.message && outcome.message->has_message()
-                                       ? render_text(outcome.message->message())
-                                       : describe_result_code(outcome.code);
-        throw host_error("sensor " + std::to_string(id) + " (" + schema.kind +
-                         ") could not be created: " + reason);
+        if (outcome.message && outcome.message->has_message()) {
+            const auto& m = outcome.message->message();
+            return message_view{m.key(), render_text(m), {m.args().begin(), m.args().end()}};
+        }
+        return message_view{"", describe_result_code(outcome.code), {}};
     }
     std::lock_guard lock(sensors_mutex_);
     sensors_[id] = schema.kind;
+    kept_.erase(id);
+    return std::nullopt;
+}
+
+void probe::create_sensor(int id, const settings_schema& schema, const settings_map& values) {
+    if (const auto reason = try_create_sensor(id, schema, values)) {
+        throw host_error("sensor " + std::to_string(id) + " (" + schema.kind +
+                         ") could not be created: " + reason->text);
+    }
+}
+
+std::optional<std::chrono::system_clock::time_point> probe::last_kept(int id) const {
+    std::lock_guard lock(sensors_mutex_);
+    const auto it = kept_.find(id);
+    if (it == kept_.end()) return std::nullopt;
+    return it->second;
 }
 
 void probe::destroy_sensor(int id) {

@@ -16,6 +16,7 @@
 #include "host/config.h"
 #include "host/description.h"
 #include "host/module_host.h"
+#include "host/output.h"
 #include "host/settings.h"
 #include "host/state_store.h"
 
@@ -44,8 +45,15 @@ class probe {
     const description& doc() const { return *doc_; }
     module_session& module() { return *session_; }
 
-    // Creates the sensor with the data kept for it. Throws host_error with the module's reason.
+    // Creates the sensor with the data kept for it; the module's reason when it cannot.
+    std::optional<message_view> try_create_sensor(int id, const settings_schema& schema,
+                                                  const settings_map& values);
+    // Throws host_error with the module's reason.
     void create_sensor(int id, const settings_schema& schema, const settings_map& values);
+    // When the sensor last asked the host to keep data (the subscribe-custom sensor does so
+    // for each new message), if it did since it was created.
+    std::optional<std::chrono::system_clock::time_point> last_kept(int id) const;
+    state_store& state() { return *state_; }
     void destroy_sensor(int id);
     void destroy_all();
     std::string kind_of(int id) const;
@@ -62,6 +70,8 @@ class probe {
     mutable std::mutex sensors_mutex_;
     std::map<int, std::string>
         sensors_;  // live sensors by id with their kind; guarded by sensors_mutex_
+    std::map<int, std::chrono::system_clock::time_point>
+        kept_;  // when each live sensor last kept data; guarded by sensors_mutex_
 };
 
 // The layers of one sensor or check: shared defaults of the config, its own settings,

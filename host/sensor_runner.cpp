@@ -1,35 +1,227 @@
 #include "host/sensor_runner.h"
 
 #include <algorithm>
+#include <iostream>
+#include <memory>
 
+#include "host/errors.h"
 #include "host/scheduler.h"
 
 namespace corvanis::monitoring_modules::host {
 
 namespace {
 
-// Enough that a few slow brokers do not hold back the others, few enough for a small probe.
-constexpr std::size_t max_workers = 4;
+// Enough that twenty sensors on a broker that never answers do not hold back the others,
+// few enough for a small process.
+constexpr std::size_t max_workers = 32;
+// Creation attempts back off up to this, or the interval when that is longer.
+constexpr auto longest_back_off = std::chrono::minutes(5);
+
+// What the statistics sensor counts on channel 0, and the subscribe-custom sensor's
+// own channel for the age of its last message.
+constexpr const char* statistics_kind = "statistics_sensor";
+constexpr int messages_channel = 0;
+constexpr const char* message_age_channel = "Time Since Last Message";
+constexpr const char* retain_setting =
+    "subscribe_custom.connection_subscribe_custom.retain_last_message";
+
+// The topic filter among a push sensor's settings, for texts.
+std::string topic_of(const settings_map& values) {
+    for (const auto& [key, value] : values) {
+        if (key.size() > 6 && key.ends_with(".topic")) return value;
+    }
+    return "";
+}
+
+double shown(const channel_view& c) {
+    return c.integer ? static_cast<double>(c.integer_value) : c.floating_value;
+}
 
 }  // namespace
 
 planned_sensor plan_sensor(const description& doc, int id, const std::string& kind,
                            const std::vector<settings_layer>& layers) {
-    planned_sensor planned{id, sensor_schema(doc, kind), {}, {}};
+    planned_sensor planned{id, sensor_schema(doc, kind), {}, {}, {}, {}, {}};
     planned.values = resolve_settings(planned.schema, layers);
     validate_settings(planned.schema, planned.values);
     planned.interval = std::chrono::seconds(std::stoi(planned.values.at("interval")));
     return planned;
 }
 
+planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
+                           const std::vector<settings_layer>& layers) {
+    auto planned = plan_sensor(doc, entry.id, entry.kind, layers);
+    planned.name = entry.name;
+    planned.limits = entry.limits;
+    planned.stale_after = entry.stale_after;
+    return planned;
+}
+
+sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language)
+    : probe_(p), plan_(std::move(plan)), language_(std::move(language)) {
+    if (const auto* kind = probe_.doc().find_sensor(plan_.schema.kind)) {
+        // The statistics sensor counts messages between scans without being marked so.
+        push_ = kind->push || kind->name == statistics_kind;
+        required_checks_ = kind->required_checks;
+    }
+}
+
+scan_view sensor_runner::base_view() const {
+    scan_view view;
+    view.sensor_id = plan_.id;
+    view.kind = plan_.schema.kind;
+    const auto* kind = probe_.doc().find_sensor(plan_.schema.kind);
+    view.display = kind != nullptr && !kind->display.empty() ? kind->display : view.kind;
+    view.name = plan_.name;
+    view.time = std::chrono::system_clock::now();
+    return view;
+}
+
+scan_view sensor_runner::failure() const {
+    auto view = base_view();
+    view.response_code = 3;
+    view.error = true;
+    view.state = "error";
+    view.message = failure_;
+    return view;
+}
+
+bool sensor_runner::required_checks_pass() {
+    settings_layer sensor_settings{"the settings of sensor " + std::to_string(plan_.id),
+                                   {plan_.values.begin(), plan_.values.end()},
+                                   true};
+    for (const auto& name : required_checks_) {
+        try {
+            const auto schema = check_schema(probe_.doc(), name);
+            const auto values = resolve_settings(schema, {sensor_settings});
+            // The sensor's id serves as the check's, so that checks of several sensors at
+            // once keep their results apart.
+            const auto outcome = probe_.module().check(plan_.id, make_block(schema, values));
+            if (outcome.code == 0 && outcome.message && outcome.message->success()) continue;
+            if (outcome.message && outcome.message->has_message()) {
+                const auto& m = outcome.message->message();
+                failure_ = {m.key(), render_text(m), {m.args().begin(), m.args().end()}};
+            } else {
+                failure_ = {"",
+                            "the required check " + name + " failed (" +
+                                describe_result_code(outcome.code) + ")",
+                            {}};
+            }
+        } catch (const std::exception& e) {
+            failure_ = {"", "the required check " + name + " could not run: " + e.what(), {}};
+        }
+        return false;
+    }
+    return true;
+}
+
+sensor_runner::readiness sensor_runner::ensure_created() {
+    if (created_) return readiness::created;
+    const auto now = clock::now();
+    if (now < next_attempt_) return readiness::waiting;
+    if (!required_checks_pass()) {
+        next_attempt_ = now;
+        return readiness::check_failed;
+    }
+    if (auto reason = probe_.try_create_sensor(plan_.id, plan_.schema, plan_.values)) {
+        failure_ = std::move(*reason);
+        ++failed_creations_;
+        const auto cap = std::max<clock::duration>(plan_.interval, longest_back_off);
+        auto delay = plan_.interval;
+        for (int i = 1; i < failed_creations_ && delay < cap; ++i) delay *= 2;
+        next_attempt_ = now + std::min(delay, cap);
+        return readiness::creation_failed;
+    }
+    created_ = true;
+    failed_creations_ = 0;
+    last_message_ = std::chrono::system_clock::now();
+    try {
+        counters_ = counter_memory(probe_.state().load_counters(plan_.id));
+    } catch (const std::exception& e) {
+        std::cerr << "tavo-probe: sensor " << plan_.id << ": " << e.what() << std::endl;
+    }
+    return readiness::created;
+}
+
+scan_view sensor_runner::next_result() {
+    const auto started = clock::now();
+    if (ensure_created() == readiness::created) return scan();
+    auto view = failure();
+    view.duration = clock::now() - started;
+    return view;
+}
+
+scan_view sensor_runner::scan() {
+    const auto started = clock::now();
+    const auto result = probe_.module().scan(plan_.id);
+    auto view = make_scan_view(result, plan_.schema.kind, &probe_.doc());
+    view.duration = clock::now() - started;
+    view.name = plan_.name;
+    if (const auto changed = counters_.apply(view); !changed.empty()) {
+        try {
+            probe_.state().put_counters(plan_.id, changed);
+        } catch (const std::exception& e) {
+            std::cerr << "tavo-probe: sensor " << plan_.id << ": " << e.what() << std::endl;
+        }
+    }
+    // An empty result of a push sensor means nothing has come yet: not a reason for green.
+    if (push_ && view.response_code == 0 && view.channels.empty() && !view.message) {
+        view.state = worse_state(view.state, "unknown");
+        const auto topic = topic_of(plan_.values);
+        view.message = message_view{
+            "host.no_message_yet", host_text("no_message_yet", language_, {topic}), {topic}};
+    }
+    judge_staleness(view);
+    apply_limits(view, plan_.limits, language_);
+    return view;
+}
+
+void sensor_runner::judge_staleness(scan_view& view) {
+    if (!push_) return;
+    const auto heard = [&](std::chrono::system_clock::time_point when) {
+        last_message_ = std::max(last_message_, when);
+    };
+    // The subscribe-custom sensor keeps data for each new message it scans.
+    if (const auto kept = probe_.last_kept(plan_.id); kept && kept != kept_seen_) {
+        kept_seen_ = kept;
+        heard(*kept);
+    }
+    const auto retain = plan_.values.find(retain_setting);
+    const bool dismisses = retain != plan_.values.end() && retain->second == "dismiss";
+    for (const auto& c : view.channels) {
+        if (!c.has_value) continue;
+        if (c.name == message_age_channel) {
+            heard(view.time - std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                                  std::chrono::duration<double>(std::max(0.0, shown(c)))));
+        } else if (view.kind == statistics_kind ? c.id == messages_channel && shown(c) > 0
+                                                : dismisses && !view.error) {
+            // Values of a sensor that keeps no old message come from a new one.
+            heard(view.time);
+        }
+    }
+    if (!plan_.stale_after || view.time - last_message_ < *plan_.stale_after) return;
+    view.state = "error";
+    std::string text = host_text("stale", language_, {rfc3339_utc(last_message_)});
+    if (view.message && !view.message->text.empty()) text += "; " + view.message->text;
+    view.message = message_view{"host.stale", text, {rfc3339_utc(last_message_)}};
+}
+
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
                  std::stop_token stop) {
+    std::map<int, std::unique_ptr<sensor_runner>> runners;
     for (const auto& sensor : plan) {
-        if (stop.stop_requested()) break;
-        p.create_sensor(sensor.id, sensor.schema, sensor.values);
+        runners[sensor.id] = std::make_unique<sensor_runner>(p, sensor, printer.style().language);
     }
-    scan_scheduler scheduler(std::min(plan.size(), max_workers),
-                             [&](int id) { printer.print(p.module().scan(id), p.kind_of(id)); });
+    // Creation happens on the workers too, so a sensor that takes its time to be checked or
+    // created holds back only itself.
+    scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
+        try {
+            auto& runner = *runners.at(id);
+            printer.print(runner.next_result(), runner.plan().limits);
+        } catch (const std::exception& e) {
+            std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
+        }
+    });
     for (const auto& sensor : plan) scheduler.add(sensor.id, sensor.interval);
     if (!stop.stop_requested()) scheduler.run(stop);
     p.destroy_all();

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <map>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
 
 #include "host/output.h"
 #include "host/probe.h"
+#include "host/result_state.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -15,15 +18,62 @@ struct planned_sensor {
     settings_schema schema;
     settings_map values;
     std::chrono::steady_clock::duration interval{};
+    std::string name;
+    std::map<std::string, channel_limits> limits;     // by channel name as shown
+    std::optional<std::chrono::seconds> stale_after;  // push sensors only
 };
 
 // Resolves and checks a sensor's settings before anything is created. Throws host_error.
 planned_sensor plan_sensor(const description& doc, int id, const std::string& kind,
                            const std::vector<settings_layer>& layers);
+// The same for a sensor of a config, with its name, limits and staleness.
+planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
+                           const std::vector<settings_layer>& layers);
+
+// One sensor as the host runs it: its required checks and creation, retried while they
+// fail, and its scans with what the host makes of each result (counters, limits,
+// staleness, states). Not thread-safe: one thread at a time, as the scheduler guarantees.
+class sensor_runner {
+  public:
+    enum class readiness { created, check_failed, creation_failed, waiting };
+
+    // `p` must outlive the runner.
+    sensor_runner(probe& p, planned_sensor plan, std::string language = "English");
+
+    // Runs the required checks and creates the sensor when it is not created and an
+    // attempt is due (a check is retried at every call, a creation with back-off).
+    readiness ensure_created();
+    // The next result: a scan when the sensor exists, else the reason it does not.
+    scan_view next_result();
+    // Why the sensor does not exist, as an error result.
+    scan_view failure() const;
+    const planned_sensor& plan() const { return plan_; }
+    bool push() const { return push_; }
+
+  private:
+    bool required_checks_pass();
+    scan_view scan();
+    void judge_staleness(scan_view& view);
+    scan_view base_view() const;
+
+    using clock = std::chrono::steady_clock;
+    probe& probe_;
+    planned_sensor plan_;
+    std::string language_;
+    bool push_ = false;
+    std::vector<std::string> required_checks_;
+    bool created_ = false;
+    message_view failure_;
+    int failed_creations_ = 0;
+    clock::time_point next_attempt_{};
+    std::chrono::system_clock::time_point last_message_{};  // creation time until one comes
+    std::optional<std::chrono::system_clock::time_point> kept_seen_;
+    counter_memory counters_;
+};
 
 // Creates every sensor, scans each on its own interval on a worker pool and prints each
-// result until `stop`, then destroys them all. Throws host_error when a sensor cannot
-// be created; those already created are destroyed.
+// result until `stop`, then destroys them all. A sensor that cannot be created is an
+// error result at its interval and is tried again; the others run meanwhile.
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
                  std::stop_token stop);
 

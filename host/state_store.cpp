@@ -50,6 +50,9 @@ state_store::state_store(const std::string& path) {
             "CREATE TABLE IF NOT EXISTS persistent_data (sensor_id INTEGER NOT NULL, key TEXT NOT "
             "NULL, "
             "value BLOB NOT NULL, PRIMARY KEY (sensor_id, key))");
+        exec(
+            "CREATE TABLE IF NOT EXISTS counters (sensor_id INTEGER NOT NULL, channel_id INTEGER "
+            "NOT NULL, reading INTEGER NOT NULL, PRIMARY KEY (sensor_id, channel_id))");
     } catch (...) {
         sqlite3_close(db_);
         throw;
@@ -78,9 +81,12 @@ std::map<std::string, std::string> state_store::load(int sensor_id, const std::s
         stored = reinterpret_cast<const char*>(sqlite3_column_text(find_kind.get(), 0));
     }
     if (stored != kind) {
-        auto drop = prepare(db_, "DELETE FROM persistent_data WHERE sensor_id = ?");
-        sqlite3_bind_int(drop.get(), 1, sensor_id);
-        step_done(db_, drop.get());
+        for (const char* sql : {"DELETE FROM persistent_data WHERE sensor_id = ?",
+                                "DELETE FROM counters WHERE sensor_id = ?"}) {
+            auto drop = prepare(db_, sql);
+            sqlite3_bind_int(drop.get(), 1, sensor_id);
+            step_done(db_, drop.get());
+        }
         auto claim = prepare(db_, "INSERT OR REPLACE INTO sensors (sensor_id, kind) VALUES (?, ?)");
         sqlite3_bind_int(claim.get(), 1, sensor_id);
         sqlite3_bind_text(claim.get(), 2, kind.data(), static_cast<int>(kind.size()),
@@ -109,6 +115,30 @@ void state_store::put(int sensor_id, const std::string& key, const std::string& 
     sqlite3_bind_blob(upsert.get(), 3, value.data(), static_cast<int>(value.size()),
                       SQLITE_TRANSIENT);
     step_done(db_, upsert.get());
+}
+
+std::map<int, std::int64_t> state_store::load_counters(int sensor_id) {
+    std::lock_guard lock(mutex_);
+    std::map<int, std::int64_t> readings;
+    auto rows = prepare(db_, "SELECT channel_id, reading FROM counters WHERE sensor_id = ?");
+    sqlite3_bind_int(rows.get(), 1, sensor_id);
+    while (sqlite3_step(rows.get()) == SQLITE_ROW) {
+        readings[sqlite3_column_int(rows.get(), 0)] = sqlite3_column_int64(rows.get(), 1);
+    }
+    return readings;
+}
+
+void state_store::put_counters(int sensor_id, const std::map<int, std::int64_t>& readings) {
+    std::lock_guard lock(mutex_);
+    auto upsert = prepare(
+        db_, "INSERT OR REPLACE INTO counters (sensor_id, channel_id, reading) VALUES (?, ?, ?)");
+    for (const auto& [channel, reading] : readings) {
+        sqlite3_reset(upsert.get());
+        sqlite3_bind_int(upsert.get(), 1, sensor_id);
+        sqlite3_bind_int(upsert.get(), 2, channel);
+        sqlite3_bind_int64(upsert.get(), 3, reading);
+        step_done(db_, upsert.get());
+    }
 }
 
 }  // namespace corvanis::monitoring_modules::host

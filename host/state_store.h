@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -23,6 +24,12 @@ class state_store {
     std::map<std::string, std::string> load(int sensor_id, const std::string& kind);
     // Throws host_error when the write fails.
     void put(int sensor_id, const std::string& key, const std::string& value);
+
+    // The host's own last reading of each counter channel of the sensor, by channel id; dropped
+    // with the sensor's other data when its kind changes.
+    std::map<int, std::int64_t> load_counters(int sensor_id);
+    // Throws host_error when the write fails.
+    void put_counters(int sensor_id, const std::map<int, std::int64_t>& readings);
 
   private:
     void exec(const char* sql);

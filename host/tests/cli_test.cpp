@@ -37,10 +37,6 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         int exit_code;
         std::string err;  // a part of stderr
     } cases[] = {
-        {{"scan", "statistics_sensor", "--set", "statistics.connection_statistics.topic=a/#/b"},
-         3,
-         "sensor 1 (statistics_sensor) could not be created: The provided topic 'a/#/b' is "
-         "invalid."},
         {{"scan", "nope_sensor"},
          3,
          "unknown sensor kind \"nope_sensor\"; the module offers: roundtrip_sensor, "
@@ -58,8 +54,10 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"describe", "--lang", "Klingon"}, 3, "no texts in \"Klingon\"; the module has: Russian,"},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
         {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
-        {{"scan"}, 1, "KIND is required"},
-        {{"--log-level", "9", "describe"}, 1, "--log-level"},
+        {{"scan"}, 3, "KIND is required"},
+        {{"--log-level", "9", "describe"}, 3, "--log-level"},
+        {{"scan", "roundtrip_sensor", "--limit", "Status:max=1"}, 3, "unknown limit \"max\""},
+        {{"scan", "roundtrip_sensor", "--format", "xml"}, 3, "--format"},
     };
     for (const auto& c : cases) {
         const auto o = run(c.args);
@@ -68,36 +66,49 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
     }
 }
 
-TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_or_tables) {
+TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_status_lines) {
+    // The required connect check fails before the sensor is created, at every scan.
     const auto scans = run(strings{"scan", "roundtrip_sensor", "--id", "5", "--count", "2",
                                    "--interval", "0.01", "--json"} +
                            no_broker);
     EXPECT_EQ(scans.exit_code, 2) << scans.err;
-    const std::string line =
-        R"({"type":"scan_result","sensor_id":5,"kind":"roundtrip_sensor","response_code":3,)"
-        R"("error":true,"message":{"key":"error.tcp_tls_connect_failure",)"
-        R"("text":"TCP/TLS connect failure","args":[]},)"
-        R"("channels":[{"id":3,"name":"Status","unit":"","value":0}]})"
-        "\n";
-    EXPECT_EQ(scans.out, line + line);
+    const auto lines = scans.json_lines();
+    ASSERT_EQ(lines.size(), 2u) << scans.out;
+    for (const auto& line : lines) {
+        EXPECT_EQ(line["sensor_id"].as<int>(), 5);
+        EXPECT_EQ(line["state"].as<std::string>(), "error");
+        EXPECT_EQ(line["response_code"].as<int>(), 3);
+        EXPECT_TRUE(line["error"].as<bool>());
+        EXPECT_EQ(line["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    }
     // Errors reach stderr by default, debug lines only when asked for.
     EXPECT_NE(scans.err.find("sensor 5 error: TCP/TLS connect failure"), std::string::npos);
     EXPECT_EQ(scans.err.find("debug"), std::string::npos) << scans.err;
 
     const auto table = run(strings{"scan", "roundtrip_sensor"} + no_broker);
     EXPECT_EQ(table.exit_code, 2);
-    EXPECT_NE(table.out.find("  #1 MQTT Round Trip  ERROR\n    TCP/TLS connect failure\n"
-                             "    Status  0  Subscriber could not connect\n"),
+    EXPECT_NE(table.out.find("  #1 MQTT Round Trip  ERROR\n    TCP/TLS connect failure\n"),
               std::string::npos)
         << table.out;
 
+    const auto status = run(strings{"scan", "roundtrip_sensor", "--format", "nagios"} + no_broker);
+    EXPECT_EQ(status.exit_code, 2);
+    EXPECT_EQ(status.out, "CRITICAL - MQTT Round Trip #1: TCP/TLS connect failure\n");
+
+    const auto unknown = run({"scan", "nope_sensor", "--format", "nagios"});
+    EXPECT_EQ(unknown.exit_code, 3);
+    EXPECT_EQ(unknown.out.rfind("UNKNOWN - unknown sensor kind \"nope_sensor\"", 0), 0u)
+        << unknown.out;
+
     const auto check = run(strings{"check", "--json"} + no_broker);
     EXPECT_EQ(check.exit_code, 2);
-    EXPECT_EQ(
-        check.out,
-        R"({"type":"check_result","check_id":1,"success":false,"message":)"
-        R"({"key":"error.tcp_tls_connect_failure","text":"TCP/TLS connect failure","args":[]}})"
-        "\n");
+    const auto result = check.json_lines().at(0);
+    EXPECT_EQ(result["state"].as<std::string>(), "error");
+    EXPECT_FALSE(result["success"].as<bool>());
+    EXPECT_EQ(result["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    const auto check_status = run(strings{"check", "--format", "nagios"} + no_broker);
+    EXPECT_EQ(check_status.exit_code, 2);
+    EXPECT_EQ(check_status.out, "CRITICAL - mqtt_connect_check: TCP/TLS connect failure\n");
 
     const auto notify =
         run(strings{"notify", "--target", "a/b", "--message", "hi", "--json"} + no_broker);
@@ -132,7 +143,8 @@ check:
     const auto scan = run({"--log-level", "7", "scan", "roundtrip_sensor", "--config", config,
                            "--set", "credentials.user_credentials.user=cli-user", "--set-file",
                            "credentials.user_credentials.password=" + password});
-    const auto seen = settings_seen(scan, "roundtrip_sensor");
+    // Nothing listens, so the sensor's required check is what receives its settings.
+    const auto seen = settings_seen(scan, "mqtt_connect_check");
     const std::map<std::string, std::string> expected = {
         {"credentials.tls.active", "no"},  // the document's default
         {"timeout", "10"},                 // tavo-probe's default

@@ -1,6 +1,9 @@
 // tavo-probe with the real libMQTT.so against a local mosquitto.
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <regex>
 
 #include "host/local_broker.h"
@@ -8,6 +11,7 @@
 
 #if defined(HOST_TEST_SUPPORT)
 #include "tests/support/mosquitto_broker.h"
+#include "tests/support/mqtt_peer.h"
 using broker_type = corvanis::monitoring_modules::test_support::mosquitto_broker;
 #else
 using broker_type = corvanis::monitoring_modules::host::local_broker;
@@ -85,7 +89,10 @@ TEST_F(system_test,
 TEST_F(system_test, check_succeeds_where_a_broker_listens) {
     const auto ok = probe_test::run(at_broker({"check", "--json"}));
     EXPECT_EQ(ok.exit_code, 0) << ok.err;
-    EXPECT_EQ(ok.out, "{\"type\":\"check_result\",\"check_id\":1,\"success\":true}\n");
+    const auto result = ok.json_lines().at(0);
+    EXPECT_EQ(result["state"].as<std::string>(), "ok");
+    EXPECT_TRUE(result["success"].as<bool>());
+    EXPECT_FALSE(result.contains("message"));
 }
 
 TEST_F(system_test, run_scans_two_sensors_each_on_its_interval) {
@@ -112,6 +119,241 @@ TEST_F(system_test, run_scans_two_sensors_each_on_its_interval) {
     EXPECT_GE(scans[1], 2);
     EXPECT_EQ(scans[2], 1);
 }
+
+#if defined(HOST_TEST_SUPPORT)
+
+using corvanis::monitoring_modules::test_support::mqtt_peer;
+using strings = std::vector<std::string>;
+
+const std::string sc = "subscribe_custom.connection_subscribe_custom.";
+
+strings plus(strings a, const strings& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// The channel of a JSON result by name.
+jsoncons::json channel(const jsoncons::json& result, const std::string& name) {
+    for (const auto& c : result["channels"].array_range()) {
+        if (c["name"].as<std::string>() == name) return c;
+    }
+    ADD_FAILURE() << "no channel " << name << " in " << result.to_string();
+    return jsoncons::json();
+}
+
+TEST_F(system_test, every_result_has_a_state_and_the_exit_code_is_the_plugin_convention) {
+    const strings boiler = {"--set", sc + "topic=never/published",
+                            "--set", sc + "channel1_jsonpath=$.t",
+                            "--set", sc + "channel1_name=T"};
+    const struct {
+        strings args;
+        int exit_code;
+        std::string state;    // of the printed result; empty: none printed
+        std::string message;  // a part of the message, or of stderr when nothing is printed
+    } cases[] = {
+        {{"scan", "roundtrip_sensor"}, 0, "ok", ""},
+        {{"scan", "roundtrip_sensor", "--limit", "Round Trip Time:warning_max=-1"},
+         1,
+         "warning",
+         "Round Trip Time = "},
+        {{"scan", "roundtrip_sensor", "--limit", "Round Trip Time:warning_max=-2", "--limit",
+          "Round Trip Time:error_max=-1"},
+         2,
+         "error",
+         "is above error_max -1"},
+        {plus({"scan", "subscribe_custom_sensor", "--wait", "0.2"}, boiler), 3, "unknown",
+         "no message received yet on never/published"},
+        {{"scan", "statistics_sensor", "--set", "statistics.connection_statistics.topic=a/#/b"},
+         3,
+         "",
+         "sensor 1 (statistics_sensor) could not be created: The provided topic 'a/#/b' is "
+         "invalid."},
+        {{"scan", "roundtrip_sensor", "--set", "timeout=1", "--set",
+          "credentials.connection_mqtt.port=1"},
+         2,
+         "error",
+         "TCP/TLS connect failure"},
+    };
+    for (const auto& c : cases) {
+        // The last --set of a key wins, so a case may point elsewhere than the broker.
+        auto args = at_broker({c.args.begin(), c.args.begin() + 2});
+        args.insert(args.end(), c.args.begin() + 2, c.args.end());
+        args.push_back("--json");
+        const auto o = probe_test::run(args);
+        EXPECT_EQ(o.exit_code, c.exit_code) << c.args.at(1) << "\n" << o.out << o.err;
+        if (c.state.empty()) {
+            EXPECT_EQ(o.out, "");
+            EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
+            continue;
+        }
+        const auto lines = o.json_lines();
+        ASSERT_EQ(lines.size(), 1u) << o.out << o.err;
+        EXPECT_EQ(lines[0]["state"].as<std::string>(), c.state) << o.out;
+        const auto text =
+            lines[0]["message"].is_null() ? "" : lines[0]["message"]["text"].as<std::string>();
+        EXPECT_NE(text.find(c.message), std::string::npos) << o.out;
+    }
+}
+
+TEST_F(system_test, the_status_line_carries_performance_data_with_the_limits) {
+    const auto o = probe_test::run(at_broker({"scan", "roundtrip_sensor", "--format", "nagios",
+                                              "--limit", "Round Trip Time:warning_max=5000",
+                                              "--limit", "Round Trip Time:error_max=9000"}));
+    EXPECT_EQ(o.exit_code, 0) << o.err;
+    EXPECT_TRUE(std::regex_match(
+        o.out, std::regex("OK - MQTT Round Trip #1 \\| .*'Round Trip Time'=[0-9]+ms;5000;9000"
+                          ".*\n")))
+        << o.out;
+}
+
+TEST_F(system_test, counters_show_their_change_across_restarts_and_nothing_after_a_reset) {
+    const auto config = broker_config(R"(sensors:
+  - id: 3
+    name: Boiler
+    kind: subscribe_custom_sensor
+    settings:
+      subscribe_custom.connection_subscribe_custom.topic: sys/counter
+      subscribe_custom.connection_subscribe_custom.channel1_jsonpath: $.starts
+      subscribe_custom.connection_subscribe_custom.channel1_name: Starts
+      subscribe_custom.connection_subscribe_custom.channel1_type: delta_counter
+)");
+    const auto state = dir.path("state.db");
+    mqtt_peer peer(broker);
+    const struct {
+        int reading;
+        std::optional<int> shown;
+    } readings[] = {{136, std::nullopt}, {146, 10}, {155, 9}, {3, std::nullopt}, {5, 2}};
+    for (const auto& r : readings) {
+        // Retained, so that each new tavo-probe finds the latest reading at once.
+        peer.publish("sys/counter", "{\"starts\": " + std::to_string(r.reading) + "}", 1, true);
+        const auto o = probe_test::run({"scan", "subscribe_custom_sensor", "--id", "3", "--config",
+                                        config, "--state", state, "--wait", "1", "--json"});
+        ASSERT_EQ(o.exit_code, 0) << o.err << o.out;
+        const auto result = o.json_lines().at(0);
+        EXPECT_EQ(result["name"].as<std::string>(), "Boiler");
+        EXPECT_GE(result["collected_s"].as<double>(), 1.0);
+        const auto starts = channel(result, "Starts");
+        EXPECT_EQ(starts["raw"].as<int>(), r.reading) << o.out;
+        if (r.shown) {
+            EXPECT_EQ(starts["value"].as<int>(), *r.shown) << o.out;
+        } else {
+            EXPECT_TRUE(starts["value"].is_null()) << o.out;
+        }
+    }
+}
+
+TEST_F(system_test, a_one_shot_statistics_scan_collects_before_it_counts) {
+    mqtt_peer peer(broker);
+    peer.publish("sys/stats/a", "one", 1, true);
+    peer.publish("sys/stats/b", "two", 1, true);
+    const auto o = probe_test::run(
+        at_broker({"scan", "statistics_sensor", "--set",
+                   "statistics.connection_statistics.topic=sys/stats/#", "--wait", "1", "--json"}));
+    ASSERT_EQ(o.exit_code, 0) << o.err;
+    const auto result = o.json_lines().at(0);
+    EXPECT_EQ(channel(result, "Messages Received")["value"].as<int>(), 2) << o.out;
+    EXPECT_GE(result["collected_s"].as<double>(), 1.0);
+}
+
+TEST_F(system_test, run_keeps_going_past_sensors_that_fail_and_says_when_one_goes_quiet) {
+    const auto config = broker_config(R"(sensors:
+  - id: 1
+    kind: statistics_sensor
+    interval: 1
+    settings:
+      statistics.connection_statistics.topic: a/#/b
+  - id: 2
+    name: nowhere
+    kind: roundtrip_sensor
+    interval: 1
+    settings:
+      timeout: 1
+      credentials.connection_mqtt.port: 1
+  - id: 3
+    name: quiet
+    kind: statistics_sensor
+    interval: 1
+    stale_after: 1
+    settings:
+      statistics.connection_statistics.topic: sys/quiet/#
+)");
+    const auto o = probe_test::run({"run", config, "--seconds", "4", "--json"});
+    ASSERT_EQ(o.exit_code, 0) << o.err;
+    std::map<int, std::vector<jsoncons::json>> results;
+    for (const auto& r : o.json_lines()) results[r["sensor_id"].as<int>()].push_back(r);
+    ASSERT_GE(results[1].size(), 2u) << o.out;
+    for (const auto& r : results[1]) {
+        EXPECT_EQ(r["state"].as<std::string>(), "error");
+        EXPECT_EQ(r["message"]["key"].as<std::string>(), "error.invalid_topic");
+    }
+    ASSERT_GE(results[2].size(), 1u) << o.out;
+    EXPECT_EQ(results[2][0]["name"].as<std::string>(), "nowhere");
+    EXPECT_EQ(results[2][0]["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    ASSERT_GE(results[3].size(), 2u) << o.out;
+    EXPECT_EQ(results[3].front()["state"].as<std::string>(), "ok") << o.out;
+    EXPECT_EQ(results[3].back()["state"].as<std::string>(), "error") << o.out;
+    EXPECT_EQ(
+        results[3].back()["message"]["text"].as<std::string>().rfind("no message since 20", 0), 0u)
+        << o.out;
+}
+
+// A port that takes connections into its backlog and never answers them.
+class silent_port {
+  public:
+    silent_port() {
+        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+            listen(fd_, 64) != 0 ||
+            getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+            throw std::runtime_error("silent port");
+        }
+        port_ = ntohs(address.sin_port);
+    }
+    ~silent_port() { close(fd_); }
+    int port() const { return port_; }
+
+  private:
+    int fd_ = -1;
+    int port_ = 0;
+};
+
+TEST_F(system_test, sensors_are_checked_and_created_side_by_side) {
+    // A few are enough to show it; each takes its timeout in the module.
+    constexpr int silent_sensors = 5;
+    const silent_port silent;
+    std::string sensors = "sensors:\n";
+    for (int id = 1; id <= silent_sensors; ++id) {
+        sensors += "  - id: " + std::to_string(id) +
+                   "\n    kind: statistics_sensor\n    settings:\n"
+                   "      timeout: 1\n      statistics.connection_statistics.topic: t/" +
+                   std::to_string(id) +
+                   "\n      credentials.connection_mqtt.port: " + std::to_string(silent.port()) +
+                   "\n";
+    }
+    sensors += "  - id: 99\n    kind: roundtrip_sensor\n";
+    probe_test::child running({"--log-level", "7", "run", broker_config(sensors), "--json"});
+    ASSERT_TRUE(running.wait_for_output("\"sensor_id\":")) << running.finish().err;
+    running.signal(SIGTERM);
+    const auto o = running.finish();
+    EXPECT_EQ(o.exit_code, 0) << o.err;
+    // Every required check was under way before the first one ended: none waits for another
+    // on the host's side.
+    const auto first_end = o.err.find("### End execute_check ###");
+    ASSERT_NE(first_end, std::string::npos) << o.err;
+    const std::string before = o.err.substr(0, first_end);
+    int begun = 0;
+    for (auto at = before.find("### Begin execute_check ###"); at != std::string::npos;
+         at = before.find("### Begin execute_check ###", at + 1)) {
+        ++begun;
+    }
+    EXPECT_EQ(begun, silent_sensors + 1) << o.err;
+}
+
+#endif
 
 TEST(system_demo_test, the_demo_shows_every_sensor_the_check_and_the_notification) {
     const auto o = probe_test::run({"demo", "--seconds", "7", "--json"});
