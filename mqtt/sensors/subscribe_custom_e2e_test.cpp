@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <thread>
 
 #include "mqtt/sensors/testing/module_host.h"
 #include "tests/support/mosquitto_broker.h"
@@ -151,7 +152,8 @@ TEST_F(subscribe_custom_e2e, stored_data_stands_in_only_as_configured) {
         {retain, {{result, "@@@="}}, "libtavohelper.error.message_deserialization_failed", false},
         {duration, {}, "", false},
         {duration, {{time, "yesterday"}}, "libtimeutils.error.could_not_parse", false},
-        {duration, {{time, "2020-01-01T00:00:00.000000000+00:00"}}, "", true}};
+        {duration, {{time, "2020-01-01T00:00:00.000000000+00:00"}}, "", true},
+        {duration, {{time, "1677-09-22T00:00:00.000000000+00:00"}}, "", true}};  // the oldest
     for (std::size_t i = 0; i < rows.size(); ++i) {
         auto b = block(rows[i].settings);
         b.mutable_persistent_data()->insert(rows[i].stored.begin(), rows[i].stored.end());
@@ -163,6 +165,42 @@ TEST_F(subscribe_custom_e2e, stored_data_stands_in_only_as_configured) {
         EXPECT_EQ(r.response_code(), rows[i].error_key.empty() ? 0 : 3) << i;
         EXPECT_EQ(r.values_size(), rows[i].duration ? 1 : 0) << i;
         EXPECT_EQ(value_of(r, 0) > 2e8, rows[i].duration) << i;  // seconds since 2020
+    }
+}
+
+// A broker the sensor cannot reach is an error at every scan: neither an empty result nor a
+// stored one may pass for news. The stored result comes back once the broker does.
+TEST_F(subscribe_custom_e2e, a_broker_that_cannot_be_reached_is_an_error_at_every_scan) {
+    ts::mosquitto_broker guarded({.users = {{"alice", "right"}}});
+    auto stored_settings = three_kinds;
+    stored_settings["retain_last_message"] = "retain";
+    stored_settings["duration_since_last_message"] = "enable";
+    auto refused = block(three_kinds);
+    (*refused.mutable_settings())["credentials.user_credentials.active"] = "yes";
+    (*refused.mutable_settings())["credentials.user_credentials.user"] = "alice";
+    (*refused.mutable_secure_settings())["credentials.user_credentials.password"] = "wrong";
+    refused.mutable_settings()->at("credentials.connection_mqtt.port") =
+        std::to_string(guarded.port());
+
+    ASSERT_EQ(host_->create(sensor, block(stored_settings)), 0);
+    publish(R"({"cycles": 9, "t": {"value": 3.5}, "energy": 4, "state": "kept"})");
+    ASSERT_EQ(scan().response_code(), 0);
+    broker_->stop();
+    ASSERT_EQ(host_->create(sensor + 1, block(three_kinds)), 0);  // nothing listens
+    ASSERT_EQ(host_->create(sensor + 2, refused), 0);
+
+    // The first sensor's client learns of the loss from the closed socket.
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (scan().response_code() == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(100ms);
+    for (int id : {sensor, sensor + 1, sensor + 2}) {
+        for (int round = 0; round < 2; ++round) {
+            ASSERT_EQ(host_->scan(id), 0);
+            const auto r = host_->last_scan_result(id);
+            EXPECT_EQ(r.response_code(), 3) << id;
+            EXPECT_TRUE(r.message().key().starts_with("error.")) << id << " " << r.message().key();
+            EXPECT_EQ(r.values_size(), 0) << id;
+        }
     }
 }
 

@@ -265,13 +265,13 @@ TEST(subscribe_custom_settings, channels_and_options) {
          "the maximum "
          "allowed length of 32."},
         {{{p + "channel1_scale_factor", ""}}, "std: bad optional access"},
-        {{{p + "channel1_jsonpath", "$['" + std::string(4091, 'k') + "']"}}, "ok"},
-        {{{p + "channel7_jsonpath", "$." + std::string(4095, 'k')}},
-         "libtavohelper.error.string_too_long: channel7_jsonpath's value with length 4097 is "
-         "longer than the maximum allowed length of 4096."},
+        {{{p + "channel1_jsonpath", "$['" + std::string(2043, 'k') + "']"}}, "ok"},
+        {{{p + "channel7_jsonpath", "$." + std::string(2047, 'k')}},
+         "libtavohelper.error.string_too_long: channel7_jsonpath's value with length 2049 is "
+         "longer than the maximum allowed length of 2048."},
         {{{p + "message_path", "$." + std::string(300'000, 'k')}},
          "libtavohelper.error.string_too_long: message_path's value with length 300002 is longer "
-         "than the maximum allowed length of 4096."},
+         "than the maximum allowed length of 2048."},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.changes.begin()->first);

@@ -10,7 +10,7 @@ namespace corvanis::monitoring_modules::mqtt::settings {
 
 inline constexpr int custom_channel_count = 10;
 // Compiling a JSONPath takes time quadratic in its length; real paths are far shorter.
-inline constexpr std::size_t max_jsonpath_length = 4096;
+inline constexpr std::size_t max_jsonpath_length = 2048;
 
 struct custom_channel_settings {
     std::optional<settings::channel> enabled;  // absent for channel #1, which is always active
