@@ -38,22 +38,13 @@ TEST_F(input_refusals_e2e, sensors_refuse_unusable_settings_at_creation) {
         {"statistics_sensor",
          {{statistics_topic, std::string(100'000, 'a')}},
          "error.topic_too_long"},
-        {"statistics_sensor",
-         {{statistics_topic, std::string(40'000, '+')}},
-         "error.invalid_topic"},
         {"subscribe_custom_sensor",
          {{custom + "topic", std::string("p\0q", 3)}},
          "error.topic_contains_nul"},
         {"roundtrip_sensor", {{roundtrip_topic, "rt/+/x"}}, "error.publish_topic_wildcard"},
-        {"roundtrip_sensor",
-         {{roundtrip_topic, std::string("rt\0x", 4)}},
-         "error.topic_contains_nul"},
         {"subscribe_custom_sensor",
          {{custom + "channel1_jsonpath", "temp"}},
          "error.channel_jsonpath_invalid"},
-        {"subscribe_custom_sensor",
-         {{custom + "channel1_jsonpath", "$.t"}, {custom + "message_path", "$["}},
-         "error.message_jsonpath_invalid"},
         {"subscribe_custom_sensor",
          {{custom + "channel1_jsonpath", std::string(300'000, '$')}},
          "libtavohelper.error.string_too_long"},
@@ -78,9 +69,7 @@ TEST_F(input_refusals_e2e, notifications_refuse_topics_that_cannot_be_published_
         const char* key;
     } rows[] = {
         {"alerts/#", "error.publish_topic_wildcard"},
-        {"alerts/+/disk", "error.publish_topic_wildcard"},
         {"", "error.publish_topic_empty"},
-        {std::string("alerts\0disk", 11), "error.topic_contains_nul"},
     };
     module_host host;
     int id = 0;

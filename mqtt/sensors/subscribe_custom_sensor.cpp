@@ -215,8 +215,7 @@ subscribe_custom_sensor::subscribe_custom_sensor(
       evaluator_(settings().channels, settings().message_path) {
     register_channels();
     sensor_log_ = this->container()->find_instance<tavo::module::sensor_log>();
-    client_ =
-        acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
+    // The filter is checked before any connection is made for it.
     subscription_ = std::make_shared<topic_subscription>(
         settings().topic, quality_of_service::exactly_once,
         [slot = slot_, log = logger(),
@@ -232,6 +231,8 @@ subscribe_custom_sensor::subscribe_custom_sensor(
             slot->message = std::move(message);
         },
         logger());
+    client_ =
+        acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
     client_->subscribe(subscription_);
 }
 
