@@ -80,6 +80,10 @@ const std::string& compiled_jsonpath::path() const noexcept {
     return impl_->path;
 }
 
+const std::string& compiled_jsonpath::diagnosis() const noexcept {
+    return impl_->diagnosis;
+}
+
 jsonpath_parser::jsonpath_parser(const std::string& document)
     : json_parser(document, &select_by_jsonpath) {}
 

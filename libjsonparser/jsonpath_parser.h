@@ -18,6 +18,9 @@ class compiled_jsonpath {
     explicit compiled_jsonpath(std::string path);
 
     const std::string& path() const noexcept;
+    // Why the path does not compile, as queries with it report it; empty when it compiled
+    // or is empty. Lets a caller refuse a bad path before the first document arrives.
+    const std::string& diagnosis() const noexcept;
 
   private:
     friend class jsonpath_parser;

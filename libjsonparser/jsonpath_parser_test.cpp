@@ -148,8 +148,21 @@ TEST(jsonpath_parser, typed_queries_by_path_text_and_by_compiled_path) {
         const jp::compiled_jsonpath compiled(c.path);
         EXPECT_EQ(compiled.path(), c.path);
         EXPECT_EQ(query(parser, c.as, compiled), got);
+        // A path that does not compile says so before any query, with the query's words.
+        if (!compiled.diagnosis().empty()) {
+            EXPECT_EQ(got, query_error + "(" + compiled.diagnosis() + ")");
+        }
         if (c.expected.ends_with(any_args)) got = got.substr(0, got.find('(')) + any_args;
         EXPECT_EQ(got, c.expected);
+    }
+}
+
+TEST(jsonpath_parser, compiled_paths_know_whether_they_compiled) {
+    for (const char* good : {"", "$", "$.t", "$.items[?(@.v > 1)].v", "eval($.inner).t"}) {
+        EXPECT_EQ(jp::compiled_jsonpath(good).diagnosis(), "") << good;
+    }
+    for (const char* bad : {"temp", "$[", "$.a[?(@.v >", "nosuch($.int)"}) {
+        EXPECT_NE(jp::compiled_jsonpath(bad).diagnosis(), "") << bad;
     }
 }
 

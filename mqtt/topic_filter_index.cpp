@@ -17,22 +17,6 @@ struct string_hash {
     }
 };
 
-// The characters a wildcard level may hold: [a-zA-Z0-9 _.-].
-constexpr std::array<bool, 256> make_level_table() {
-    std::array<bool, 256> table{};
-    for (int c = 'a'; c <= 'z'; ++c) table[c] = true;
-    for (int c = 'A'; c <= 'Z'; ++c) table[c] = true;
-    for (int c = '0'; c <= '9'; ++c) table[c] = true;
-    for (char c : {' ', '_', '.', '-'}) table[static_cast<unsigned char>(c)] = true;
-    return table;
-}
-constexpr auto wildcard_char = make_level_table();
-
-bool wildcard_level(std::string_view level) {
-    return std::all_of(level.begin(), level.end(),
-                       [](char c) { return wildcard_char[static_cast<unsigned char>(c)]; });
-}
-
 // A topic cut at "/", with for each level whether "+" may match it and whether "#" may match
 // it and everything after. Small topics stay on the stack.
 class topic_levels {
@@ -50,7 +34,7 @@ class topic_levels {
         for (std::size_t i = 0; i < count; ++i) {
             const auto end = i + 1 == count ? topic.size() : topic.find('/', start);
             levels_[i] = topic.substr(start, end - start);
-            flags_[i].plus = wildcard_level(levels_[i]);
+            flags_[i].plus = is_wildcard_level(levels_[i]);
             start = end + 1;
         }
         bool rest = true;
@@ -132,7 +116,18 @@ struct topic_filter_index::node {
 };
 
 topic_filter_index::topic_filter_index() : root_(std::make_unique<node>()) {}
-topic_filter_index::~topic_filter_index() = default;
+// Children are released one by one: a filter of 65,535 bytes may nest 32,768 levels deep,
+// too deep for the recursive destruction of unique_ptr.
+topic_filter_index::~topic_filter_index() {
+    std::vector<std::unique_ptr<node>> pending;
+    pending.push_back(std::move(root_));
+    while (!pending.empty()) {
+        auto at = std::move(pending.back());
+        pending.pop_back();
+        for (auto& [level, child] : at->literal) pending.push_back(std::move(child));
+        if (at->plus) pending.push_back(std::move(at->plus));
+    }
+}
 
 topic_filter_index::entry& topic_filter_index::insert(const std::string& filter) {
     if (auto* existing = find(filter)) {
@@ -140,7 +135,7 @@ topic_filter_index::entry& topic_filter_index::insert(const std::string& filter)
     }
     auto made = std::make_unique<entry>();
     made->filter = filter;
-    made->needs_check = filter.find('\\') != std::string::npos || !is_valid_topic_filter(filter);
+    made->needs_check = !is_valid_topic_filter(filter);
     entry& e = *entries_.emplace(filter, std::move(made)).first->second;
     if (e.needs_check) {
         checked_.push_back(&e);
@@ -183,30 +178,30 @@ void topic_filter_index::erase(const std::string& filter) {
     entries_.erase(it);
 }
 
-namespace {
-template <class Node, class Entry>
-void walk(const Node& at, std::size_t depth, const topic_levels& levels,
-          void (*visit)(const Entry&, void*), void* context) {
-    if (depth == levels.size()) {
-        if (at.exact) visit(*at.exact, context);
-        return;
-    }
-    if (at.rest && levels.hash_matches_from(depth)) visit(*at.rest, context);
-    if (const auto it = at.literal.find(levels[depth]); it != at.literal.end()) {
-        walk(*it->second, depth + 1, levels, visit, context);
-    }
-    if (at.plus && levels.plus_matches(depth)) {
-        walk(*at.plus, depth + 1, levels, visit, context);
-    }
-}
-}  // namespace
-
 void topic_filter_index::match_impl(std::string_view topic, visit_fn visit, void* context) const {
     for (const entry* e : checked_) {
         visit(*e, context);
     }
-    if (!root_->empty()) {
-        walk(*root_, 0, topic_levels(topic), visit, context);
+    if (root_->empty()) {
+        return;
+    }
+    // Depth first with an explicit stack: deep topics must not deepen the call stack.
+    const topic_levels levels(topic);
+    std::vector<std::pair<const node*, std::size_t>> pending{{root_.get(), 0}};
+    while (!pending.empty()) {
+        const auto [at, depth] = pending.back();
+        pending.pop_back();
+        if (depth == levels.size()) {
+            if (at->exact) visit(*at->exact, context);
+            continue;
+        }
+        if (at->rest && levels.hash_matches_from(depth)) visit(*at->rest, context);
+        if (const auto it = at->literal.find(levels[depth]); it != at->literal.end()) {
+            pending.emplace_back(it->second.get(), depth + 1);
+        }
+        if (at->plus && levels.plus_matches(depth)) {
+            pending.emplace_back(at->plus.get(), depth + 1);
+        }
     }
 }
 

@@ -13,15 +13,16 @@ namespace corvanis::monitoring_modules::mqtt {
 
 // The client's subscription registry: filters with the subscriptions registered under them,
 // indexed by topic level so that finding the filters a topic matches costs a few lookups per
-// level instead of one regular expression per filter. The matching rules are those of
-// topic_filter_to_regex. Not synchronised.
+// level instead of a pass over every filter. The matching rules are those of topic_matches;
+// no operation recurses, whatever the depth of a filter or topic. Not synchronised.
 class topic_filter_index {
   public:
     struct entry {
         std::string filter;
         std::vector<std::weak_ptr<topic_subscription_interface>> subscriptions;
-        // The filter holds a backslash, which the expression treats as an escape: the level
-        // rules cannot decide it, so the caller asks the subscription.
+        // The filter places its wildcards where MQTT does not allow them (only a subscription
+        // of another kind brings one): the level rules cannot decide it, so the caller asks
+        // the subscription.
         bool needs_check = false;
     };
 

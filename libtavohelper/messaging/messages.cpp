@@ -15,7 +15,7 @@ namespace messaging {
 std::vector<char> module_information_message::serialize() const {
     wire::ModuleMessage message;
     auto* info = message.mutable_module_information();
-    info->set_description(description_);
+    info->set_description(wire_text(description_));
     info->set_load_languages(load_languages_);
     return serialize_envelope(message);
 }
@@ -24,8 +24,8 @@ std::vector<char> persistent_data::serialize() const {
     wire::ModuleMessage message;
     auto* data = message.mutable_persistent_data();
     data->set_sensor_id(id_);
-    data->set_key(key_);
-    data->set_value(value_);
+    data->set_key(wire_text(key_));
+    data->set_value(wire_text(value_));
     return serialize_envelope(message);
 }
 
@@ -35,7 +35,7 @@ std::vector<char> log_message::serialize() const {
     log->set_source(source_ == log_source::sensor ? wire::Log::SENSOR : wire::Log::RUNTIME);
     log->set_sensor_id(sensor_id_);
     log->mutable_line()->set_severity(liblog::to_int(level_));
-    log->mutable_line()->set_text(text_);
+    log->mutable_line()->set_text(wire_text(text_));
     return serialize_envelope(message);
 }
 
@@ -61,7 +61,7 @@ std::vector<char> response::serialize() const {
     for (const auto& [level, text] : lines_) {
         auto* line = out->add_lines();
         line->set_severity(liblog::to_int(level));
-        line->set_text(text);
+        line->set_text(wire_text(text));
     }
     if (!success_) {
         to_wire(failure_, *out->mutable_message());

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "libstringutils/utf8.h"
 #include "libtavohelper/errors.h"
 
 namespace corvanis::monitoring_modules::libtavohelper::settings {
@@ -19,11 +20,13 @@ std::string text_of(double v) {
     return out.str();
 }
 
+// Lengths are characters, as the host's forms count them, not bytes.
 void check_length(const std::string& value, const std::optional<std::size_t>& max,
                   const std::string& name) {
-    if (max && value.size() > *max) {
+    if (!max) return;
+    if (const auto length = libstringutils::utf8_length(value); length > *max) {
         throw setting_error(
-            messages::string_too_long()(name, std::to_string(value.size()), std::to_string(*max)));
+            messages::string_too_long()(name, std::to_string(length), std::to_string(*max)));
     }
 }
 

@@ -14,7 +14,7 @@ namespace corvanis::monitoring_modules::libtavohelper::settings {
 
 struct kind_string {
     struct validation_rules {
-        std::optional<std::size_t> max_length;
+        std::optional<std::size_t> max_length;  // in characters (UTF-8 code points)
         std::string name;
     };
     // Throws string_too_long.

@@ -35,7 +35,8 @@ class sensor_data_wrapper {
     secure_string get_secure_value(const std::string& key) const;
     bool contains(const std::string& key) const;
 
-    // Every setting as a JSON object, secret values replaced by a mask.
+    // Every setting as a JSON object, secret values replaced by a mask: the secure settings,
+    // passwords, API keys, the client key and any value holding a PEM private key.
     std::string to_json() const;
     std::set<int> get_channels() const;
     std::unordered_map<std::string, std::string> get_persistent_data() const;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "libtavohelper/errors.h"
+#include "libtavohelper/messaging/messages.h"
+#include "libtavohelper/notifications/notification.h"
 #include "libtavohelper/responses/results.h"
 #include "tavo.pb.h"
 
@@ -91,6 +93,44 @@ TEST(wire, set_value_enforces_the_channel_mode) {
     EXPECT_EQ(key_of([&] { error.set_value(0, 1L); }),
               "libtavohelper.error.channel_map_not_initialized");
     EXPECT_EQ(decode(error.serialize()).scan_result().response_code(), 3);
+}
+
+// A payload is whatever a publisher sent: every text field that may carry part of it must
+// still decode on the host, with the bad bytes shown as U+FFFD and the rest kept.
+TEST(wire, text_from_payloads_reaches_the_host_as_valid_utf8) {
+    const std::string bad = "t=\xFF\xC3(\xE2\x82";
+    const std::string shown = "t=\xEF\xBF\xBD\xEF\xBF\xBD(\xEF\xBF\xBD";
+    th::responses::sensor_scan_result result(1, two_channels());
+    result.set_response_message(corvanis::monitoring_modules::libi18n::i18n_msg::literal(bad));
+    th::notifications::response sent(
+        {{corvanis::monitoring_modules::liblog::severity::debug, bad}});
+    sent.set_failure(th::messages::setting_invalid()(bad, "why"));
+
+    const struct {
+        const char* what;
+        std::vector<char> bytes;
+        std::string (*text)(const wire::ModuleMessage&);
+    } rows[] = {
+        {"log line",
+         th::messaging::log_message(th::messaging::log_source::sensor, 1,
+                                    corvanis::monitoring_modules::liblog::severity::debug, bad)
+             .serialize(),
+         [](const wire::ModuleMessage& m) { return m.log().line().text(); }},
+        {"scan message", result.serialize(),
+         [](const wire::ModuleMessage& m) { return m.scan_result().message().text(); }},
+        {"notification line", sent.serialize(),
+         [](const wire::ModuleMessage& m) { return m.notification_response().lines(0).text(); }},
+        {"notification argument", sent.serialize(),
+         [](const wire::ModuleMessage& m) { return m.notification_response().message().args(0); }},
+        {"persistent value", th::messaging::persistent_data(1, "k", bad).serialize(),
+         [](const wire::ModuleMessage& m) { return m.persistent_data().value(); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        wire::ModuleMessage m;
+        ASSERT_TRUE(m.ParseFromArray(row.bytes.data(), static_cast<int>(row.bytes.size())));
+        EXPECT_EQ(row.text(m), shown);
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "mqtt/client_pool.h"
 #include "mqtt/settings/connection_settings.h"
+#include "mqtt/topic_subscription.h"
 
 namespace corvanis::monitoring_modules::mqtt::sensors {
 
@@ -12,6 +13,7 @@ void mqtt_notification::send_notification(const libtavohelper::notifications::re
                                           const std::shared_ptr<liblog::log_interface>& log) {
     log->log(severity::debug, "send_notification start");
     try {
+        check_publish_topic(req.get_target());  // a bad topic would cost the connection
         log->log(severity::debug, "create client settings");
         const auto client_settings =
             settings::to_client_settings(settings::mqtt_notification(data), req.get_timeout_s());

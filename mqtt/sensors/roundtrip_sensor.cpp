@@ -62,6 +62,8 @@ roundtrip_sensor::roundtrip_sensor(int id, const tavo::settings::sensor_data_wra
     tag_ = this->container()
                ->get_or_create<libstringutils::random_string_generator_interface>()
                ->generate(3);
+    check_publish_topic(settings::expand_sensorid(settings().roundtrip.topic, id, *logger()) + "_" +
+                        tag_);
 }
 
 mqtt_client_settings roundtrip_sensor::client_settings(const std::string& role) const {

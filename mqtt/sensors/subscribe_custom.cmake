@@ -23,3 +23,7 @@ if(_listed EQUAL -1)
   target_link_libraries(subscribe_custom_scan_bench PRIVATE project_flags mqtt_sensors jsoncons
                                                             benchmark::benchmark_main)
 endif()
+
+if(TARGET test_support)
+  mqtt_add_system_test(input_refusals_e2e_test ${CMAKE_CURRENT_LIST_DIR}/input_refusals_e2e_test.cpp)
+endif()

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <thread>
 
 #include "mqtt/sensors/testing/module_host.h"
 #include "tests/support/mosquitto_broker.h"
@@ -109,6 +110,53 @@ TEST_F(subscribe_custom_e2e, names_every_failing_channel_in_one_error_and_surviv
         r = scan();
         EXPECT_EQ(r.response_code(), 3);
         EXPECT_NE(r.message().key(), "");
+    }
+}
+
+// A broker the sensor cannot reach is an error at every scan: neither an empty result nor a
+// stored one may pass for news. The stored result comes back once the broker does.
+TEST_F(subscribe_custom_e2e, a_broker_that_cannot_be_reached_is_an_error_at_every_scan) {
+    const auto on = [&](const ts::mosquitto_broker& b, const settings_map& overrides) {
+        auto settings = block(three_kinds);
+        for (const auto& [k, v] : overrides) {
+            auto& map = k.ends_with("password") ? *settings.mutable_secure_settings()
+                                                : *settings.mutable_settings();
+            map[k] = v;
+        }
+        (*settings.mutable_settings())["credentials.connection_mqtt.port"] =
+            std::to_string(b.port());
+        return settings;
+    };
+    ts::mosquitto_broker gone;
+    gone.stop();
+    ts::mosquitto_broker guarded({.users = {{"alice", "right"}}});
+    auto stored_settings = three_kinds;
+    stored_settings["retain_last_message"] = "retain";
+    stored_settings["duration_since_last_message"] = "enable";
+
+    ASSERT_EQ(host_->create(sensor, block(stored_settings)), 0);
+    publish(R"({"cycles": 9, "t": {"value": 3.5}, "energy": 4, "state": "kept"})");
+    ASSERT_EQ(scan().response_code(), 0);
+    ASSERT_EQ(host_->create(sensor + 1, on(gone, {})), 0);
+    ASSERT_EQ(host_->create(sensor + 2,
+                            on(guarded, {{"credentials.user_credentials.active", "yes"},
+                                         {"credentials.user_credentials.user", "alice"},
+                                         {"credentials.user_credentials.password", "wrong"}})),
+              0);
+    broker_->stop();
+
+    // The first sensor's client learns of the loss from the closed socket.
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (scan().response_code() == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(100ms);
+    for (int id : {sensor, sensor + 1, sensor + 2}) {
+        for (int round = 0; round < 2; ++round) {
+            ASSERT_EQ(host_->scan(id), 0);
+            const auto r = host_->last_scan_result(id);
+            EXPECT_EQ(r.response_code(), 3) << id;
+            EXPECT_TRUE(r.message().key().starts_with("error.")) << id << " " << r.message().key();
+            EXPECT_EQ(r.values_size(), 0) << id;
+        }
     }
 }
 

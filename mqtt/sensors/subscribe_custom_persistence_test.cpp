@@ -81,7 +81,9 @@ TEST(subscribe_custom_persistence, stored_data_stands_in_only_as_configured) {
          false},
         {duration, {}, "", false},
         {duration, {{time_key, "yesterday"}}, "libtimeutils.error.could_not_parse", false},
-        {duration, {{time_key, "2020-01-01T00:00:00.000000000+00:00"}}, "", true}};
+        {duration, {{time_key, "2020-01-01T00:00:00.000000000+00:00"}}, "", true},
+        // The oldest time a persisted text can name: its age once overflowed.
+        {duration, {{time_key, "1677-09-22T00:00:00.000000000+00:00"}}, "", true}};
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(i);
         process p(rows[i].settings, rows[i].stored);

@@ -11,6 +11,12 @@
 #include "mqtt/sensors/base64.h"
 #include "mqtt/sensors/channels.h"
 
+namespace corvanis::monitoring_modules::mqtt::messages {
+std::vector<const libi18n::i18n_msg*> subscribe_custom_messages() {
+    return {&channel_jsonpath_invalid(), &message_jsonpath_invalid()};
+}
+}  // namespace corvanis::monitoring_modules::mqtt::messages
+
 namespace corvanis::monitoring_modules::mqtt::sensors {
 
 namespace tavo = libtavohelper;
@@ -33,10 +39,25 @@ channel_kind kind_of(settings::channel_type type) {
     return channel_kind::none;
 }
 
+// In whole seconds on both sides: the nanosecond difference of two instants centuries apart
+// (a persisted time may be as old as 1677) does not fit 64 bits.
 long seconds_since(system_clock::time_point then) {
-    const auto elapsed =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(system_clock::now() - then);
-    return static_cast<long>(elapsed.count() / 1'000'000'000);
+    using std::chrono::floor;
+    using std::chrono::seconds;
+    return static_cast<long>(floor<seconds>(system_clock::now().time_since_epoch()).count() -
+                             floor<seconds>(then.time_since_epoch()).count());
+}
+
+// The scan's view of the client. The client's own check, once it reports its last typed
+// failure, replaces this body.
+void require_connected(const mqtt_client_interface& client) {
+    if (!client.is_connected()) throw exceptions::connection_lost(messages::connection_lost());
+}
+
+const libjsonparser::compiled_jsonpath& compiled(const libjsonparser::compiled_jsonpath& path,
+                                                 const libi18n::i18n_msg& refusal) {
+    if (!path.diagnosis().empty()) throw libjsonparser::exceptions::query_error(refusal);
+    return path;
 }
 
 // Counters take whole numbers; the bound keeps the conversion defined.
@@ -97,11 +118,18 @@ tavo::channels::dynamic_channel custom_channel_definition(
 custom_channel_evaluator::custom_channel_evaluator(const channel_array& channels,
                                                    const std::string& message_path) {
     for (std::size_t i = 0; i < channels.size(); ++i) {
-        if (channels[i].active())
-            channels_[i].emplace(
-                channel{libjsonparser::compiled_jsonpath(channels[i].jsonpath), channels[i].type});
+        if (!channels[i].active()) continue;
+        const libjsonparser::compiled_jsonpath path(channels[i].jsonpath);
+        channels_[i].emplace(
+            channel{compiled(path, messages::channel_jsonpath_invalid()(
+                                       std::to_string(i + 1), path.path(), path.diagnosis())),
+                    channels[i].type});
     }
-    if (!message_path.empty()) message_path_.emplace(message_path);
+    if (!message_path.empty()) {
+        const libjsonparser::compiled_jsonpath path(message_path);
+        message_path_.emplace(
+            compiled(path, messages::message_jsonpath_invalid()(path.path(), path.diagnosis())));
+    }
 }
 
 std::string custom_channel_evaluator::evaluate(const libparser::parser_interface& payload,
@@ -187,8 +215,7 @@ subscribe_custom_sensor::subscribe_custom_sensor(
       evaluator_(settings().channels, settings().message_path) {
     register_channels();
     sensor_log_ = this->container()->find_instance<tavo::module::sensor_log>();
-    client_ =
-        acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
+    // The filter is checked before any connection is made for it.
     subscription_ = std::make_shared<topic_subscription>(
         settings().topic, quality_of_service::exactly_once,
         [slot = slot_, log = logger(),
@@ -204,6 +231,8 @@ subscribe_custom_sensor::subscribe_custom_sensor(
             slot->message = std::move(message);
         },
         logger());
+    client_ =
+        acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
     client_->subscribe(subscription_);
 }
 
@@ -235,6 +264,8 @@ void subscribe_custom_sensor::register_channels() {
 // ---- scan ------------------------------------------------------------------------------
 
 sensor_scan_result subscribe_custom_sensor::work() {
+    // A stored result or message time would otherwise pass for news from a broker that is gone.
+    require_connected(*client_);
     std::shared_ptr<const received_message> message;
     {
         std::lock_guard lock(slot_->mutex);

@@ -14,6 +14,16 @@
 #include "mqtt/settings/subscribe_custom_settings.h"
 #include "mqtt/topic_subscription.h"
 
+namespace corvanis::monitoring_modules::mqtt::messages {
+LIBI18N_MESSAGE(channel_jsonpath_invalid, "error.channel_jsonpath_invalid",
+                "Channel %0:s: The provided JSONPath '%1:s' is incorrect. %2:s")
+LIBI18N_MESSAGE(message_jsonpath_invalid, "error.message_jsonpath_invalid",
+                "Sensor Message: The provided JSONPath '%0:s' is incorrect. %1:s")
+
+// The definitions above, for catalogue checks.
+std::vector<const libi18n::i18n_msg*> subscribe_custom_messages();
+}  // namespace corvanis::monitoring_modules::mqtt::messages
+
 namespace corvanis::monitoring_modules::mqtt::sensors {
 
 // Keys of the sensor's persistent data.
@@ -32,6 +42,8 @@ class custom_channel_evaluator {
     using channel_array =
         std::array<settings::custom_channel_settings, settings::custom_channel_count>;
 
+    // Throws libjsonparser's query_error, naming the channel or the sensor message, for an
+    // active path that does not compile.
     custom_channel_evaluator(const channel_array& channels, const std::string& message_path);
 
     // Sets the sensor message and the values found in `payload` on `result` (whose channel
@@ -66,8 +78,9 @@ class custom_channel_evaluator {
 // and stand in for a scan that finds no message, also after a restart.
 //
 // The payload parser comes from the container's libparser::parser_interface factory taking
-// the payload as std::string. Construction throws the settings errors and what client
-// acquisition and subscription throw; no sensor is created then.
+// the payload as std::string. Construction throws the settings errors, the evaluator's
+// path errors and what client acquisition and subscription throw; no sensor is created then.
+// A scan while the client is not connected fails with the client's failure.
 class subscribe_custom_sensor
     : public libtavohelper::sensors::sensor_base<settings::subscribe_custom_sensor> {
   public:

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "libjsonparser/errors.h"
 #include "liblog/memory_logger.h"
 #include "mqtt/sensors/base64.h"
 
@@ -80,7 +81,7 @@ TEST(custom_channel_evaluator, collects_every_failure_in_order_and_still_sets_th
     const channels c({{channel_type::absolute_float, "$.a"},
                       {channel_type::delta_counter, "$.b"},
                       {channel_type::absolute_integer, "$.c"},
-                      {channel_type::absolute_float, "$[?("}},
+                      {channel_type::absolute_float, "eval($.a)"}},
                      "$.missing");
     const auto [result, errors] = c.evaluate(R"({"a": 1.5, "b": -2, "c": 3})");
     EXPECT_TRUE(
@@ -94,6 +95,41 @@ TEST(custom_channel_evaluator, collects_every_failure_in_order_and_still_sets_th
                   .first.response_message()
                   .render(),
               R"({"k":[1]})");
+}
+
+// A path that cannot compile is refused when the sensor is made, naming the channel or the
+// sensor message and the diagnosis; an inactive channel's path is not looked at.
+TEST(custom_channel_evaluator, refuses_paths_that_do_not_compile_and_names_their_owner) {
+    const struct {
+        std::vector<std::string> paths;  // channels 1..N active
+        std::string message_path;
+        std::string inactive_path;  // on channel 10, disabled
+        std::string refusal;        // "key(arg0|arg1)", or "accepted"
+    } rows[] = {
+        {{"$.a", "$.b"}, "$.m", "temp", "accepted"},
+        {{"temp"}, "", "", "error.channel_jsonpath_invalid(1|temp)"},
+        {{"$.a", "$.b", "$["}, "", "", "error.channel_jsonpath_invalid(3|$[)"},
+        {{"$.a"}, "temp", "", "error.message_jsonpath_invalid(temp)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.refusal);
+        std::vector<std::pair<channel_type, std::string>> active;
+        for (const auto& p : row.paths) active.emplace_back(channel_type::absolute_float, p);
+        channels c(active, row.message_path);
+        c.settings[9].jsonpath = row.inactive_path;
+        std::string got = "accepted";
+        try {
+            mqtt::sensors::custom_channel_evaluator(c.settings, c.message_path);
+        } catch (const libjsonparser::exceptions::query_error& e) {
+            const auto& args = e.message().args();
+            ASSERT_FALSE(args.empty());
+            EXPECT_FALSE(args.back().empty()) << "no diagnosis";
+            got = e.message().key() + "(";
+            for (std::size_t i = 0; i + 1 < args.size(); ++i) got += (i ? "|" : "") + args[i];
+            got += ")";
+        }
+        EXPECT_EQ(got, row.refusal);
+    }
 }
 
 TEST(base64, encodes_the_standard_alphabet_and_refuses_non_canonical_text) {

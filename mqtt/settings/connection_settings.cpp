@@ -1,5 +1,7 @@
 #include "mqtt/settings/connection_settings.h"
 
+#include <algorithm>
+
 #include "libtavohelper/settings/kinds.h"
 #include "mqtt/exceptions.h"
 
@@ -28,6 +30,10 @@ secure_string secret(const sensor_data_wrapper& data, const std::string& k) {
 
 }  // namespace
 
+std::int64_t workable_timeout_s(std::int64_t seconds) {
+    return std::clamp(seconds, min_timeout_s, max_timeout_s);
+}
+
 std::string key(const std::string& section, const std::string& group, const std::string& setting) {
     return section + '.' + group + '.' + setting;
 }
@@ -37,7 +43,8 @@ host_settings read_host_settings(const sensor_data_wrapper& data) {
     s.host = text(data, "host");
     s.logging = parse_logging(data.get_value("logging"));
     s.interval = integer(data, "interval", {.minimum = 1});
-    s.timeout = integer(data, "timeout", {.minimum = 0});
+    s.timeout =
+        workable_timeout_s(integer(data, "timeout", {.minimum = 0, .maximum = max_timeout_s}));
     s.corvaniscloudapikey = secret(data, "corvaniscloudapikey");
     s.ipversion = parse_ipversion(data.get_value("ipversion"));
     return s;
@@ -153,7 +160,8 @@ mqtt_client_settings to_client_settings(const mqtt_notification& settings,
     out.connection.host = settings.host;
     out.connection.port = settings.port;
     out.connection.client_id = settings.client_id;
-    out.connection.connect_timeout = timeout_s;
+    out.connection.connect_timeout = static_cast<std::uint64_t>(workable_timeout_s(
+        static_cast<std::int64_t>(std::min<std::uint64_t>(timeout_s, max_timeout_s))));
     out.session.automatic_reconnect = false;
     apply_credentials(settings.credentials, out);
     apply_tls(settings.tls, out);

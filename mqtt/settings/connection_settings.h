@@ -35,12 +35,20 @@ std::string key(const std::string& section, const std::string& group, const std:
 // Every reader throws the framework's setting errors: setting_not_available for a
 // missing key, setting_selection_parse_error, setting_invalid* and string_too_long.
 
+// "timeout" in seconds bounds every wait for the broker, also the teardown of a client, so
+// it has a ceiling: larger values are refused. 0, which a host form may allow, stands for
+// the smallest workable wait rather than failing every connect.
+inline constexpr std::int64_t min_timeout_s = 1;
+inline constexpr std::int64_t max_timeout_s = 300;
+// `seconds` brought into [min_timeout_s, max_timeout_s].
+std::int64_t workable_timeout_s(std::int64_t seconds);
+
 // The host's own settings, without prefix.
 struct host_settings {
     std::string host;
     settings::logging logging;
     std::int64_t interval;
-    std::int64_t timeout;
+    std::int64_t timeout;  // min_timeout_s..max_timeout_s; a 0 setting reads as min_timeout_s
     secure_string corvaniscloudapikey;
     settings::ipversion ipversion;
 };
@@ -114,6 +122,7 @@ struct mqtt_notification {
 mqtt_client_settings to_client_settings(const connection_settings& settings);
 // Copies the TLS material into `out` when TLS is active; throws the consistency errors.
 void apply_tls(const settings::tls& tls, mqtt_client_settings& out);
+// The request's timeout goes through workable_timeout_s: a notification is not refused for it.
 mqtt_client_settings to_client_settings(const mqtt_notification& settings, std::uint64_t timeout_s);
 
 // Replaces every "%sensorid" by the id, logging the text before and after.

@@ -162,6 +162,45 @@ TEST(settings_conversion, credentials_and_tls_consistency) {
     EXPECT_EQ(full.tls.client_key_password.plain(), "kp");
 }
 
+// Every wait for the broker derives from "timeout": it must stay a small positive number
+// of seconds whatever the host sends, so that no wait overflows and no connect is doomed.
+TEST(settings_conversion, timeouts_are_workable_waits_or_refused) {
+    const std::string above = "libtavohelper.error.setting_invalid_bigger_max: Setting value ";
+    const struct {
+        const char* setting;
+        std::string expected;  // the connect timeout, or the refusal
+    } rows[] = {
+        {"0", "1"},
+        {"1", "1"},
+        {"300", "300"},
+        {"301", above + "301 is bigger than the allowed value of 300."},
+        {"9223372036854775807",
+         above + "9223372036854775807 is bigger than the allowed value of 300."},
+        {"18446744073709551615",
+         "libtavohelper.error.setting_invalid: Setting value 18446744073709551615 is invalid. "
+         "Expected a whole number."},
+        {"-1",
+         "libtavohelper.error.setting_invalid_less_min: Setting value -1 is less than the "
+         "allowed value of 0."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.setting);
+        std::string got;
+        const auto result = outcome([&] {
+            got = std::to_string(
+                convert(with(common(), {{"timeout", row.setting}})).connection.connect_timeout);
+        });
+        EXPECT_EQ(result == "ok" ? got : result, row.expected);
+    }
+    const s::mqtt_notification n(sensor_data_wrapper("x", notification()));
+    for (const auto& [requested, used] : {std::pair<std::uint64_t, std::uint64_t>{0, 1},
+                                          {4'294'967'295u, 300},
+                                          {~std::uint64_t{0}, 300}}) {
+        EXPECT_EQ(s::to_client_settings(n, requested).connection.connect_timeout, used)
+            << requested;
+    }
+}
+
 TEST(settings_conversion, notification_uses_its_own_connection_group) {
     const auto c =
         s::to_client_settings(s::mqtt_notification(sensor_data_wrapper("x", notification())), 9);
@@ -226,6 +265,13 @@ TEST(subscribe_custom_settings, channels_and_options) {
          "the maximum "
          "allowed length of 32."},
         {{{p + "channel1_scale_factor", ""}}, "std: bad optional access"},
+        {{{p + "channel1_jsonpath", "$['" + std::string(2043, 'k') + "']"}}, "ok"},
+        {{{p + "channel7_jsonpath", "$." + std::string(2047, 'k')}},
+         "libtavohelper.error.string_too_long: channel7_jsonpath's value with length 2049 is "
+         "longer than the maximum allowed length of 2048."},
+        {{{p + "message_path", "$." + std::string(300'000, 'k')}},
+         "libtavohelper.error.string_too_long: message_path's value with length 300002 is longer "
+         "than the maximum allowed length of 2048."},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.changes.begin()->first);

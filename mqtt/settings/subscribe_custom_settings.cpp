@@ -24,7 +24,7 @@ custom_channel_settings read_channel(const sensor_data_wrapper& data, int number
     if (number > 1) {
         c.enabled = parse_channel(data.get_value(k(prefix)));
     }
-    c.jsonpath = text(data, prefix + "_jsonpath");
+    c.jsonpath = text(data, prefix + "_jsonpath", max_jsonpath_length);
     c.name = text(data, prefix + "_name", 32);
     c.unit = text(data, prefix + "_unit", 32);
     c.type = parse_channel_type(data.get_value(k(prefix + "_type")));
@@ -44,7 +44,7 @@ subscribe_custom_sensor::subscribe_custom_sensor(const sensor_data_wrapper& data
     duration_since_last_message =
         parse_duration_since_last_message(data.get_value(k("duration_since_last_message")));
     retain_last_message = parse_retain_last_message(data.get_value(k("retain_last_message")));
-    message_path = text(data, "message_path");
+    message_path = text(data, "message_path", max_jsonpath_length);
 }
 
 }  // namespace corvanis::monitoring_modules::mqtt::settings

@@ -9,12 +9,14 @@
 namespace corvanis::monitoring_modules::mqtt::settings {
 
 inline constexpr int custom_channel_count = 10;
+// Compiling a JSONPath takes time quadratic in its length; real paths are far shorter.
+inline constexpr std::size_t max_jsonpath_length = 2048;
 
 struct custom_channel_settings {
     std::optional<settings::channel> enabled;  // absent for channel #1, which is always active
-    std::string jsonpath;
-    std::string name;  // at most 32 characters
-    std::string unit;  // at most 32 characters
+    std::string jsonpath;                      // at most max_jsonpath_length characters
+    std::string name;                          // at most 32 characters
+    std::string unit;                          // at most 32 characters
     channel_type type = channel_type::absolute_float;
     double scale_factor = 1.0;
 
@@ -29,7 +31,7 @@ struct subscribe_custom_sensor : connection_settings {
     std::string topic;
     settings::duration_since_last_message duration_since_last_message;
     settings::retain_last_message retain_last_message;
-    std::string message_path;  // empty: no sensor message
+    std::string message_path;  // empty: no sensor message; at most max_jsonpath_length
 
     explicit subscribe_custom_sensor(const sensor_data_wrapper& data);
 };
