@@ -40,18 +40,13 @@ int interval_setting(const settings_map& values) {
 
 }  // namespace
 
-int describe_command(const global_options& global, const std::string& language, bool json) {
+int describe_command(const global_options& global, const std::string& kind, bool json) {
     probe p(global);
     if (json) {
         std::cout << p.doc().raw() << std::endl;
         return exit_ok;
     }
-    if (!p.doc().has_language(language) && !p.doc().languages().empty()) {
-        std::string known;
-        for (const auto& l : p.doc().languages()) known += (known.empty() ? "" : ", ") + l;
-        throw host_error("no texts in \"" + language + "\"; the module has: " + known);
-    }
-    std::cout << describe_text(p.doc(), language, p.module().api_level(), {want_color()})
+    std::cout << describe_text(p.doc(), p.language(), p.module().api_level(), {want_color()}, kind)
               << std::flush;
     return exit_ok;
 }
@@ -69,11 +64,11 @@ int scan_command(const global_options& global, const scan_options& options, std:
         schema,
         settings_layers(p.doc(), config ? &*config : nullptr, entry ? &entry->settings : nullptr,
                         "sensor " + std::to_string(options.id) + " in " + options.settings.config,
-                        options.settings));
+                        options.settings, entry ? &entry->where : nullptr));
     validate_settings(schema, values);
     const double interval = options.interval.value_or(interval_setting(values));
 
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color()});
+    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     p.create_sensor(options.id, schema, values);
     std::atomic<bool> any_error = false;
     scan_scheduler scheduler(1, [&](int id) {
@@ -95,7 +90,8 @@ int check_command(const global_options& global, const settings_options& settings
     const auto values =
         resolve_settings(schema, settings_layers(p.doc(), config ? &*config : nullptr,
                                                  config ? &config->check_settings : nullptr,
-                                                 "check settings in " + settings.config, settings));
+                                                 "check settings in " + settings.config, settings,
+                                                 config ? &config->check_where : nullptr));
     validate_settings(schema, values);
     constexpr int check_id = 1;
     const auto outcome = p.module().check(check_id, make_block(schema, values));
@@ -112,7 +108,7 @@ int check_command(const global_options& global, const settings_options& settings
         result.set_check_id(check_id);
         *result.mutable_message() = no_answer("ExecuteCheck", outcome.code, "check result");
     }
-    result_printer(std::cout, json, &p.doc(), {want_color()}).print(result, schema.kind);
+    result_printer(std::cout, json, &p.doc(), {want_color(), p.language()}).print(result, schema.kind);
     return outcome.code == 0 && result.success() ? exit_ok : exit_failed;
 }
 
@@ -141,7 +137,8 @@ int notify_command(const global_options& global, const notify_options& options) 
             no_answer("ExecuteMetaScan", outcome.code, "notification response");
     }
     if (outcome.code != 0) response.set_success(false);
-    result_printer(std::cout, options.json, &p.doc(), {want_color()})
+    if (response.success() && !shows_debug(global)) response.clear_lines();
+    result_printer(std::cout, options.json, &p.doc(), {want_color(), p.language()})
         .print(response, options.target);
     return response.success() ? exit_ok : exit_failed;
 }
@@ -157,12 +154,12 @@ int run_command(const global_options& global, const run_options& options, std::s
         try {
             plan.push_back(
                 plan_sensor(p.doc(), entry.id, entry.kind,
-                            settings_layers(p.doc(), &config, &entry.settings, label, {})));
+                            settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }
     }
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color()});
+    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
                  (options.seconds ? "" : "; Ctrl-C stops"));

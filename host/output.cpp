@@ -1,5 +1,7 @@
 #include "host/output.h"
 
+#include "host/localize.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -304,17 +306,25 @@ void result_printer::write(const std::string& text) {
     out_.flush();
 }
 
+template <typename Result>
+Result result_printer::in_language(Result result) const {
+    if (doc_ != nullptr) localize(result, *doc_, style_.language);
+    return result;
+}
+
 void result_printer::print(const wire::ScanResult& result, const std::string& kind) {
-    const auto view = make_scan_view(result, kind, doc_);
+    const auto view = make_scan_view(in_language(result), kind, doc_);
     write(json_ ? json_line(view) + "\n" : table_block(view, clock_now(), style_));
 }
 
 void result_printer::print(const wire::CheckResult& check, const std::string& check_name) {
-    write(json_ ? json_line(check) + "\n" : table_block(check, check_name, clock_now(), style_));
+    const auto shown = in_language(check);
+    write(json_ ? json_line(shown) + "\n" : table_block(shown, check_name, clock_now(), style_));
 }
 
 void result_printer::print(const wire::NotificationResponse& response, const std::string& target) {
-    write(json_ ? json_line(response) + "\n" : table_block(response, target, clock_now(), style_));
+    const auto shown = in_language(response);
+    write(json_ ? json_line(shown) + "\n" : table_block(shown, target, clock_now(), style_));
 }
 
 void result_printer::note(const std::string& text) {

@@ -67,6 +67,7 @@ using libtavohelper::json_quote;
 
 struct table_style {
     bool color = false;
+    std::string language;  // the module's language for message texts; empty: as sent
 };
 
 // Readable blocks, each ending in a line end. `clock` is printed in front ("14:02:11").
@@ -91,6 +92,8 @@ class result_printer {
 
   private:
     void write(const std::string& text);
+    template <typename Result>
+    Result in_language(Result result) const;
 
     std::mutex mutex_;
     std::ostream& out_;  // guarded by mutex_

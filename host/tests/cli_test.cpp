@@ -58,8 +58,15 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"describe", "--lang", "Klingon"}, 3, "no texts in \"Klingon\"; the module has: Russian,"},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
         {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
-        {{"scan"}, 1, "KIND is required"},
-        {{"--log-level", "9", "describe"}, 1, "--log-level"},
+        {{"scan"}, 3, "KIND is required"},
+        {{"--log-level", "9", "describe"}, 3, "--log-level"},
+        {{"describe", "--log-level", "9"}, 3, "--log-level"},
+        {{"describe", "nope_sensor"}, 3, "nothing to describe called \"nope_sensor\""},
+        {{"scan", "roundtrip_sensor", "--set", "active=yes"},
+         3,
+         "setting \"active\" is ambiguous for roundtrip_sensor; write one of "
+         "credentials.user_credentials.active, credentials.tls.active (from --set)"},
+        {{"validate", "/nonexistent/probe.yaml"}, 3, "cannot read the configuration"},
     };
     for (const auto& c : cases) {
         const auto o = run(c.args);
@@ -80,9 +87,12 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_or_tables) {
         R"("channels":[{"id":3,"name":"Status","unit":"","value":0}]})"
         "\n";
     EXPECT_EQ(scans.out, line + line);
-    // Errors reach stderr by default, debug lines only when asked for.
-    EXPECT_NE(scans.err.find("sensor 5 error: TCP/TLS connect failure"), std::string::npos);
+    // The failure is told once, in the result; the log lines only when asked for.
+    EXPECT_EQ(scans.err.find("TCP/TLS connect failure"), std::string::npos) << scans.err;
     EXPECT_EQ(scans.err.find("debug"), std::string::npos) << scans.err;
+    const auto logged = run(strings{"scan", "roundtrip_sensor", "--log-level", "4"} + no_broker);
+    EXPECT_NE(logged.err.find("sensor 1 error: TCP/TLS connect failure"), std::string::npos)
+        << logged.err;
 
     const auto table = run(strings{"scan", "roundtrip_sensor"} + no_broker);
     EXPECT_EQ(table.exit_code, 2);
