@@ -162,13 +162,15 @@ int run_cli(int argc, char** argv) {
 See host/README.md for the config: nested keys, ${VAR}, KEY_file, names, limits, stale_after.)");
 
     std::string validate_config;
-    auto* validate_app = app.add_subcommand(
-        "validate", "check a config as run would load it (settings, PEM material) without "
-                    "connecting");
+    auto* validate_app =
+        app.add_subcommand("validate",
+                           "check a config as run would load it (settings, PEM material) without "
+                           "connecting");
     validate_app->add_option("CONFIG", validate_config, "YAML file with defaults: and sensors:")
         ->required()
         ->type_name("CONFIG.yaml");
-    validate_app->footer(R"(Exit 0 when the config is valid, else 3 with each fault as FILE:LINE: reason.
+    validate_app->footer(
+        R"(Exit 0 when the config is valid, else 3 with each fault as FILE:LINE: reason.
 Examples:
   tavo-probe validate plant.yaml
   PROBE_PASSWORD=s3cret tavo-probe validate /etc/tavo-probe/plant.yaml)");

@@ -108,7 +108,8 @@ int check_command(const global_options& global, const settings_options& settings
         result.set_check_id(check_id);
         *result.mutable_message() = no_answer("ExecuteCheck", outcome.code, "check result");
     }
-    result_printer(std::cout, json, &p.doc(), {want_color(), p.language()}).print(result, schema.kind);
+    result_printer(std::cout, json, &p.doc(), {want_color(), p.language()})
+        .print(result, schema.kind);
     return outcome.code == 0 && result.success() ? exit_ok : exit_failed;
 }
 
@@ -152,9 +153,9 @@ int run_command(const global_options& global, const run_options& options, std::s
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
-            plan.push_back(
-                plan_sensor(p.doc(), entry.id, entry.kind,
-                            settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
+            plan.push_back(plan_sensor(
+                p.doc(), entry.id, entry.kind,
+                settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }

@@ -92,8 +92,8 @@ class reader {
                 }
             }
             if (!origins.emplace(key, where(item.first)).second) {
-                fail(item.first, "setting \"" + key + "\" given twice (first at " +
-                                     origins.at(key) + ")");
+                fail(item.first,
+                     "setting \"" + key + "\" given twice (first at " + origins.at(key) + ")");
             }
             out.emplace_back(std::move(key), std::move(value));
         }
@@ -128,7 +128,8 @@ class reader {
             const auto bound = [&](const char* key) -> std::optional<double> {
                 const auto value = item.second[key];
                 if (!value) return std::nullopt;
-                return number<double>(value, "limit " + std::string(key) + " of \"" + channel + "\"",
+                return number<double>(value,
+                                      "limit " + std::string(key) + " of \"" + channel + "\"",
                                       -std::numeric_limits<double>::infinity());
             };
             channel_limits l{bound("warning_min"), bound("warning_max"), bound("error_min"),
@@ -238,8 +239,8 @@ probe_config parse_config(const std::string& yaml, const std::string& name,
                 if (entry.name.empty()) r.fail(name_node, label + ": name: is empty");
                 const auto [it, fresh] = names.emplace(entry.name, r.where(name_node));
                 if (!fresh) {
-                    r.fail(name_node, "name \"" + entry.name + "\" used twice (first at " +
-                                          it->second + ")");
+                    r.fail(name_node,
+                           "name \"" + entry.name + "\" used twice (first at " + it->second + ")");
                 }
             }
             if (node["settings"]) {

@@ -135,8 +135,8 @@ std::string describe_text(const description& doc, const std::string& language, i
         for (const auto& sensor : doc.sensors()) names.push_back(sensor.name);
         for (const auto& check : doc.checks()) names.push_back(check.name);
         names.emplace_back(notification_kind);
-        throw host_error("nothing to describe called \"" + only + "\"; the module offers: " +
-                         join(names));
+        throw host_error("nothing to describe called \"" + only +
+                         "\"; the module offers: " + join(names));
     }
     const auto shows = [&](const std::string& name) { return all || name == only; };
     const writer w(doc, language, style);
@@ -154,8 +154,8 @@ std::string describe_text(const description& doc, const std::string& language, i
         }
     };
     if (all || doc.find_sensor(only) != nullptr) {
-    out += "\n";
-    out += bold("Sensors", style) + "\n";
+        out += "\n";
+        out += bold("Sensors", style) + "\n";
     }
     for (const auto& sensor : doc.sensors()) {
         if (!shows(sensor.name)) continue;
@@ -167,8 +167,8 @@ std::string describe_text(const description& doc, const std::string& language, i
     }
     if (all && doc.sensors().empty()) out += "  (none)\n";
     if (all || doc.find_check(only) != nullptr) {
-    out += "\n";
-    out += bold("Check", style) + "\n";
+        out += "\n";
+        out += bold("Check", style) + "\n";
     }
     for (const auto& check : doc.checks()) {
         if (!shows(check.name)) continue;

@@ -198,9 +198,10 @@ namespace {
 
 // ISO 639-1 codes of the languages modules are translated into, by the names they use.
 constexpr std::pair<std::string_view, std::string_view> language_codes[] = {
-    {"en", "English"},  {"de", "German"},  {"fr", "French"},  {"es", "Spanish"},
-    {"nl", "Dutch"},    {"ru", "Russian"}, {"ja", "Japanese"}, {"pt", "Brazilian"},
-    {"zh", "SimplifiedChinese"}, {"it", "Italian"}, {"pl", "Polish"}, {"cs", "Czech"},
+    {"en", "English"},  {"de", "German"},    {"fr", "French"},
+    {"es", "Spanish"},  {"nl", "Dutch"},     {"ru", "Russian"},
+    {"ja", "Japanese"}, {"pt", "Brazilian"}, {"zh", "SimplifiedChinese"},
+    {"it", "Italian"},  {"pl", "Polish"},    {"cs", "Czech"},
 };
 
 // "de_DE.UTF-8" -> "de"; "C" and "POSIX" name no language.
@@ -240,8 +241,8 @@ std::string description::pick_language(const std::string& requested) const {
         }
         known += (known.empty() ? "" : ", ") + l + code;
     }
-    throw host_error("no texts in \"" + requested + "\"; the module has: " +
-                     (known.empty() ? "English only" : known));
+    throw host_error("no texts in \"" + requested +
+                     "\"; the module has: " + (known.empty() ? "English only" : known));
 }
 
 std::string description::text(const std::string& key, const std::string& language,

@@ -21,8 +21,7 @@ void localize(tavo::wire::I18nMessage& message, const description& doc,
     message.set_text(render_text(translated));
 }
 
-void localize(tavo::wire::ScanResult& result, const description& doc,
-              const std::string& language) {
+void localize(tavo::wire::ScanResult& result, const description& doc, const std::string& language) {
     if (language.empty() || language == english) return;
     if (result.has_message()) localize(*result.mutable_message(), doc, language);
     // Channels the module names by key only are shown by their text.

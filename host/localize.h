@@ -12,8 +12,7 @@ namespace corvanis::monitoring_modules::host {
 void localize(tavo::wire::I18nMessage& message, const description& doc,
               const std::string& language);
 void localize(tavo::wire::ScanResult& result, const description& doc, const std::string& language);
-void localize(tavo::wire::CheckResult& result, const description& doc,
-              const std::string& language);
+void localize(tavo::wire::CheckResult& result, const description& doc, const std::string& language);
 void localize(tavo::wire::NotificationResponse& response, const description& doc,
               const std::string& language);
 

@@ -43,9 +43,9 @@ struct scan_view {
     int response_code = 0;
     bool error = false;
     std::optional<message_view> message;
-    std::vector<channel_view> channels;  // those with a value, by id
-    std::string name;                    // the configured name, else empty
-    std::string state = "ok";            // "ok", "warning", "error" or "unknown"
+    std::vector<channel_view> channels;            // those with a value, by id
+    std::string name;                              // the configured name, else empty
+    std::string state = "ok";                      // "ok", "warning", "error" or "unknown"
     std::chrono::system_clock::time_point time{};  // when the result was received
     std::chrono::nanoseconds duration{};           // how long the scan took
 };

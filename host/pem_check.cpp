@@ -115,13 +115,13 @@ std::optional<pem_fault> check_pem_settings(const settings_schema& schema,
         const auto reason = openssl_reason();
         if (use.asked && use.password->empty())
             return pem_fault{key_key, "is encrypted and " + password_key + " is empty"};
-        if (use.asked)
-            return pem_fault{key_key, "does not open with " + password_key + reason};
+        if (use.asked) return pem_fault{key_key, "does not open with " + password_key + reason};
         return pem_fault{key_key, "holds no private key OpenSSL can read" + reason};
     }
     const auto certificate_key = c.key_of(certificate_name);
     const auto certificates = read_certificates(c.value(certificate_key));
-    if (!certificates.empty() && X509_check_private_key(certificates.front().get(), key.get()) != 1) {
+    if (!certificates.empty() &&
+        X509_check_private_key(certificates.front().get(), key.get()) != 1) {
         ERR_clear_error();
         return pem_fault{key_key, "does not belong to the certificate in " + certificate_key};
     }

@@ -115,8 +115,9 @@ std::vector<settings_layer> settings_layers(const description& doc, const probe_
             } catch (const host_error& e) {
                 throw host_error(where + ": defaults: " + e.what());
             }
-            throw host_error(where + ": defaults: no sensor, check or notification has a setting \"" +
-                             key + "\"");
+            throw host_error(where +
+                             ": defaults: no sensor, check or notification has a setting \"" + key +
+                             "\"");
         }
         layers.push_back(
             {"defaults in " + config->name, config->defaults, true, config->defaults_where});

@@ -120,9 +120,9 @@ std::string suggestion(const settings_schema& schema, const std::string& key) {
         // A short key is compared with the last part of each key.
         const std::size_t distance =
             same_tail ? 0
-                      : std::min(edit_distance(key, def.key),
-                                 dot == std::string::npos ? edit_distance(key, def.name)
-                                                          : std::size_t(-1));
+                      : std::min(edit_distance(key, def.key), dot == std::string::npos
+                                                                  ? edit_distance(key, def.name)
+                                                                  : std::size_t(-1));
         if (distance < best_distance) {
             best = def.key;
             best_distance = distance;
@@ -179,8 +179,8 @@ std::string settings_schema::resolve(const std::string& given) const {
         if (def.key.ends_with(tail)) matches.push_back(def.key);
     }
     if (matches.size() > 1) {
-        throw host_error("setting \"" + given + "\" is ambiguous for " + kind +
-                         "; write one of " + join(matches));
+        throw host_error("setting \"" + given + "\" is ambiguous for " + kind + "; write one of " +
+                         join(matches));
     }
     return matches.empty() ? std::string() : matches.front();
 }
@@ -248,8 +248,8 @@ settings_map resolve_settings(const settings_schema& schema,
             }
             if (key.empty()) {
                 if (layer.skip_foreign) continue;
-                std::string text = where + "unknown setting \"" + given + "\" for " +
-                                   schema.kind + " (from " + layer.origin + ")";
+                std::string text = where + "unknown setting \"" + given + "\" for " + schema.kind +
+                                   " (from " + layer.origin + ")";
                 if (const auto hint = suggestion(schema, given); !hint.empty()) {
                     text += "; did you mean \"" + hint + "\"?";
                 }
@@ -373,9 +373,8 @@ bool is_known_anywhere(const description& doc, const std::string& key) {
     for (const auto& sensor : doc.sensors()) schemas.push_back(sensor_schema(doc, sensor.name));
     for (const auto& check : doc.checks()) schemas.push_back(check_schema(doc, check.name));
     schemas.push_back(notification_schema(doc, 0));
-    return std::any_of(schemas.begin(), schemas.end(), [&](const settings_schema& schema) {
-        return !schema.resolve(key).empty();
-    });
+    return std::any_of(schemas.begin(), schemas.end(),
+                       [&](const settings_schema& schema) { return !schema.resolve(key).empty(); });
 }
 
 }  // namespace corvanis::monitoring_modules::host

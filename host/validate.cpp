@@ -22,9 +22,8 @@ int validate_command(const global_options& global, const std::string& config_pat
     const auto check_one = [&](const settings_schema& schema, const std::vector<setting_pair>* own,
                                const setting_origins* where, const std::string& label) {
         setting_origins origins;
-        const auto values =
-            resolve_settings(schema, settings_layers(p.doc(), &config, own, label, {}, where),
-                             &origins);
+        const auto values = resolve_settings(
+            schema, settings_layers(p.doc(), &config, own, label, {}, where), &origins);
         validate_settings(schema, values, &origins);
     };
     for (const auto& entry : config.sensors) {

@@ -11,6 +11,7 @@ namespace {
 using jsoncons::json;
 using probe_test::outcome;
 using probe_test::run;
+using probe_test::settings_seen;
 using strings = std::vector<std::string>;
 
 // Nothing listens on port 1, so every connection is refused at once.
@@ -19,16 +20,6 @@ const strings no_broker = {"--set", "credentials.connection_mqtt.port=1"};
 strings operator+(strings a, const strings& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
-}
-
-// The settings the module received for `kind`, as its debug log shows them.
-json settings_seen(const outcome& o, const std::string& kind) {
-    const auto at = o.err.find("{\"kind\":\"" + kind + "\"");
-    if (at == std::string::npos) {
-        ADD_FAILURE() << "no settings of " << kind << " in\n" << o.err;
-        return json();
-    }
-    return json::parse(o.err.substr(at, o.err.find('\n', at) - at))["settings"];
 }
 
 TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
@@ -55,7 +46,10 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"notify", "--target", "t", "--message", "m", "--set", "connection.port=-1"},
          3,
          "setting \"connection.port\" = \"-1\": below the minimum 0"},
-        {{"describe", "--lang", "Klingon"}, 3, "no texts in \"Klingon\"; the module has: Russian,"},
+        {{"describe", "--lang", "Klingon"},
+         3,
+         "no texts in \"Klingon\"; the module has: Russian (ru),"},
+        {{"scan", "roundtrip_sensor", "--lang", "xx"}, 3, "no texts in \"xx\""},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
         {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
         {{"scan"}, 3, "KIND is required"},

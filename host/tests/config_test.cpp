@@ -111,7 +111,8 @@ std::optional<std::string> fake_environment(const std::string& name) {
 
 // Every form a person may write yields the same flat settings.
 TEST(config_test, nested_maps_environment_and_files_flatten_to_the_same_settings) {
-    const auto dir = std::filesystem::temp_directory_path() / ("config_test_" + std::to_string(getpid()));
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("config_test_" + std::to_string(getpid()));
     std::filesystem::create_directories(dir);
     std::ofstream(dir / "port.txt") << "1883\n";
     const struct {
@@ -132,9 +133,10 @@ TEST(config_test, nested_maps_environment_and_files_flatten_to_the_same_settings
          {{"credentials.user_credentials.user", "probe"}}},
     };
     for (const auto& c : cases) {
-        const auto config = parse_config("sensors:\n  - id: 1\n    kind: k\n    settings:\n      " +
-                                             std::regex_replace(c.yaml, std::regex("\n"), "\n      "),
-                                         "c.yaml", fake_environment, dir.string());
+        const auto config =
+            parse_config("sensors:\n  - id: 1\n    kind: k\n    settings:\n      " +
+                             std::regex_replace(c.yaml, std::regex("\n"), "\n      "),
+                         "c.yaml", fake_environment, dir.string());
         EXPECT_EQ(config.sensors.at(0).settings, c.settings) << c.yaml;
         for (const auto& [key, value] : c.settings)
             EXPECT_EQ(config.sensors[0].where.at(key).substr(0, 7), "c.yaml:") << key;
@@ -143,7 +145,8 @@ TEST(config_test, nested_maps_environment_and_files_flatten_to_the_same_settings
 }
 
 TEST(config_test, setting_files_lose_one_line_end_only_when_they_hold_one_line) {
-    const auto path = std::filesystem::temp_directory_path() / ("setting_" + std::to_string(getpid()));
+    const auto path =
+        std::filesystem::temp_directory_path() / ("setting_" + std::to_string(getpid()));
     const struct {
         std::string content;
         std::string value;
@@ -152,7 +155,8 @@ TEST(config_test, setting_files_lose_one_line_end_only_when_they_hold_one_line) 
         {"s3cret", "s3cret"},
         {"s3cret\n\n", "s3cret\n\n"},
         {"\n", ""},
-        {"-----BEGIN X-----\nAA==\n-----END X-----\n", "-----BEGIN X-----\nAA==\n-----END X-----\n"},
+        {"-----BEGIN X-----\nAA==\n-----END X-----\n",
+         "-----BEGIN X-----\nAA==\n-----END X-----\n"},
     };
     for (const auto& c : cases) {
         std::ofstream(path, std::ios::binary) << c.content;

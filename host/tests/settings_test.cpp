@@ -45,9 +45,9 @@ TEST_F(settings_test, unknown_keys_name_the_key_its_origin_and_a_likely_meaning)
 // Short keys, and the user name that implies logging in, on a schema shaped like a broker's.
 TEST_F(settings_test, short_keys_resolve_where_unambiguous_and_a_user_means_logging_in) {
     settings_schema schema{target_kind::sensor, "k", {}, {{"server", "host"}}};
-    for (const auto* key : {"host", "credentials.user_credentials.active",
-                            "credentials.user_credentials.user", "credentials.tls.active",
-                            "credentials.connection_mqtt.port"}) {
+    for (const auto* key :
+         {"host", "credentials.user_credentials.active", "credentials.user_credentials.user",
+          "credentials.tls.active", "credentials.connection_mqtt.port"}) {
         setting_def def;
         def.key = key;
         def.name = def.key.substr(def.key.rfind('.') + 1);
@@ -62,10 +62,13 @@ TEST_F(settings_test, short_keys_resolve_where_unambiguous_and_a_user_means_logg
         {{{"server", "b"}}, {{"host", "b"}}},
         {{{"tls.active", "yes"}}, {{"credentials.tls.active", "yes"}}},
         {{{"active", "yes"}},
-         {{"!", "setting \"active\" is ambiguous for k; write one of "
-                "credentials.user_credentials.active, credentials.tls.active (from --set)"}}},
-        {{{"ort", "1"}}, {{"!", "unknown setting \"ort\" for k (from --set); did you mean "
-                "\"credentials.connection_mqtt.port\"?"}}},
+         {{"!",
+           "setting \"active\" is ambiguous for k; write one of "
+           "credentials.user_credentials.active, credentials.tls.active (from --set)"}}},
+        {{{"ort", "1"}},
+         {{"!",
+           "unknown setting \"ort\" for k (from --set); did you mean "
+           "\"credentials.connection_mqtt.port\"?"}}},
         {{{"user", "probe"}},
          {{"credentials.user_credentials.user", "probe"},
           {"credentials.user_credentials.active", "yes"}}},
@@ -75,7 +78,9 @@ TEST_F(settings_test, short_keys_resolve_where_unambiguous_and_a_user_means_logg
     };
     for (const auto& c : cases) {
         settings_map values;
-        const auto error = error_of([&] { values = resolve_settings(schema, {{"--set", c.given}}); });
+        const auto error = error_of([&] {
+            values = resolve_settings(schema, {{"--set", c.given}});
+        });
         for (const auto& [key, value] : c.expected) {
             if (key == "!") {
                 EXPECT_EQ(error, value);
