@@ -1,6 +1,10 @@
 // tavo-probe with the real libMQTT.so against a local mosquitto.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <regex>
 
 #include "host/local_broker.h"
@@ -126,6 +130,34 @@ TEST(system_demo_test, the_demo_shows_every_sensor_the_check_and_the_notificatio
                              "check_result", "notification_response"}) {
         EXPECT_GE(good[kind], 1) << kind << "\n" << o.out << o.err;
     }
+}
+
+// Quitting at once must not leave an anonymous broker listening, nor its files.
+TEST(system_demo_test, a_second_signal_still_stops_the_broker_and_removes_its_directory) {
+    const probe_test::scratch temp;
+    const char* old = std::getenv("TMPDIR");
+    const std::string saved = old != nullptr ? old : "";
+    setenv("TMPDIR", temp.path("").c_str(), 1);
+    probe_test::child demo({"demo", "--json"});
+    old != nullptr ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    ASSERT_TRUE(demo.wait_for_output("\"scan_result\""));
+    ASSERT_FALSE(std::filesystem::is_empty(temp.path("")));
+    // Two different signals: two of one kind may merge into one before they are taken.
+    demo.signal(SIGINT);
+    demo.signal(SIGTERM);
+    const auto o = demo.finish();
+    EXPECT_EQ(o.exit_code, 130) << o.err;
+    std::smatch port;
+    ASSERT_TRUE(std::regex_search(o.err, port, std::regex("listening on 127.0.0.1:(\\d+)")));
+    EXPECT_TRUE(std::filesystem::is_empty(temp.path(""))) << "left behind in " << temp.path("");
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port[1])));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_NE(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0)
+        << "the broker still listens";
+    close(fd);
 }
 
 }  // namespace
