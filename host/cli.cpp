@@ -162,10 +162,10 @@ int run_cli(int argc, char** argv) {
 See host/README.md for the config: nested keys, ${VAR}, KEY_file, names, limits, stale_after.)");
 
     std::string validate_config;
-    auto* validate_app =
-        app.add_subcommand("validate",
-                           "check a config as run would load it (settings, PEM material) without "
-                           "connecting");
+    auto* validate_app = app.add_subcommand(
+        "validate",
+        "check a config as run would load it (settings, TLS certificates and keys) without "
+        "connecting");
     validate_app->add_option("CONFIG", validate_config, "YAML file with defaults: and sensors:")
         ->required()
         ->type_name("CONFIG.yaml");

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <iostream>
 
 #include "host/commands.h"
@@ -19,6 +20,8 @@ int validate_command(const global_options& global, const std::string& config_pat
     const auto config = load_config(config_path);
     probe p(global);
     std::vector<std::string> faults;
+    if (config.sensors.empty())
+        faults.push_back(config.name + ": no sensors to run (sensors: is empty)");
     const auto check_one = [&](const settings_schema& schema, const std::vector<setting_pair>* own,
                                const setting_origins* where, const std::string& label) {
         setting_origins origins;
@@ -41,6 +44,13 @@ int validate_command(const global_options& global, const std::string& config_pat
     } catch (const host_error& e) {
         faults.push_back(located(e.what(), config, config.name + ": check"));
     }
+    // A fault in defaults: shows in every sensor; once is enough.
+    std::vector<std::string> distinct;
+    for (auto& fault : faults) {
+        if (std::find(distinct.begin(), distinct.end(), fault) == distinct.end())
+            distinct.push_back(std::move(fault));
+    }
+    faults = std::move(distinct);
     for (const auto& fault : faults) std::cerr << "tavo-probe: " << fault << "\n";
     if (!faults.empty()) {
         std::cerr << "tavo-probe: " << config.name << ": " << faults.size() << " fault"

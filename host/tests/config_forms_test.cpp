@@ -171,9 +171,13 @@ TEST(config_forms_test, tls_material_is_refused_at_load_by_setting_and_reason) {
     }
 }
 
-TEST(config_forms_test, validate_lists_every_fault_with_its_line) {
+TEST(config_forms_test, validate_lists_every_fault_with_its_line_once) {
     const probe_test::scratch dir;
-    const auto config = dir.file("probe.yaml", R"(defaults:
+    const struct {
+        std::string yaml;
+        strings faults;
+    } cases[] = {
+        {R"(defaults:
   port: 1
 sensors:
   - id: 1
@@ -188,18 +192,27 @@ sensors:
       port: 70000
   - id: 4
     kind: nope_sensor
-)");
-    const auto o = run({"validate", config});
-    EXPECT_EQ(o.exit_code, 3);
-    EXPECT_EQ(o.out, "");
-    for (const auto* fault :
+)",
          {"probe.yaml:4: sensor 1: setting \"statistics.connection_statistics.topic\" (Topic) is "
           "required",
           "probe.yaml:9: setting \"active\" is ambiguous for roundtrip_sensor",
           "probe.yaml:13: setting \"credentials.connection_mqtt.port\" = \"70000\": above the "
           "maximum 65535",
-          "probe.yaml:14: sensor 4: unknown sensor kind \"nope_sensor\"", "probe.yaml: 4 faults"}) {
-        EXPECT_NE(o.err.find(fault), std::string::npos) << fault << "\n" << o.err;
+          "probe.yaml:14: sensor 4: unknown sensor kind \"nope_sensor\"", "probe.yaml: 4 faults"}},
+        // One fault in defaults: touches every sensor and the check, told once.
+        {"defaults:\n  port: 1\n  hots: x\nsensors:\n  - {id: 1, kind: roundtrip_sensor}\n"
+         "  - {id: 2, kind: roundtrip_sensor}\n",
+         {"probe.yaml:3: defaults: no sensor, check or notification has a setting \"hots\"\n"
+          "tavo-probe: ",
+          "probe.yaml: 1 fault\n"}},
+        {"sensors: []\n", {"probe.yaml: no sensors to run", "probe.yaml: 1 fault\n"}},
+    };
+    for (const auto& c : cases) {
+        const auto o = run({"validate", dir.file("probe.yaml", c.yaml)});
+        EXPECT_EQ(o.exit_code, 3);
+        EXPECT_EQ(o.out, "");
+        for (const auto& fault : c.faults)
+            EXPECT_NE(o.err.find(fault), std::string::npos) << fault << "\n" << o.err;
     }
 }
 
