@@ -38,7 +38,8 @@ std::string not_pem(const std::string& key) {
            "_file: PATH in the config or --set-file " + key + "=PATH";
 }
 
-std::vector<x509_ptr> read_certificates(const std::string& text) {
+// The read past the last certificate always fails: `reason` tells why, the queue is left clean.
+std::vector<x509_ptr> read_certificates(const std::string& text, std::string& reason) {
     std::vector<x509_ptr> out;
     const auto bio = memory(text);
     while (true) {
@@ -46,6 +47,7 @@ std::vector<x509_ptr> read_certificates(const std::string& text) {
         if (!cert) break;
         out.push_back(std::move(cert));
     }
+    reason = openssl_reason();
     return out;
 }
 
@@ -98,9 +100,9 @@ std::optional<pem_fault> check_pem_settings(const settings_schema& schema,
         const auto& text = c.value(key);
         if (text.empty()) continue;
         if (text.find("-----BEGIN") == std::string::npos) return pem_fault{key, not_pem(key)};
-        if (read_certificates(text).empty()) {
-            return pem_fault{key, "holds no certificate OpenSSL can read" + openssl_reason()};
-        }
+        std::string reason;
+        if (read_certificates(text, reason).empty())
+            return pem_fault{key, "holds no certificate OpenSSL can read" + reason};
     }
     const auto key_key = c.key_of(key_name);
     const auto& key_text = c.value(key_key);
@@ -119,12 +121,14 @@ std::optional<pem_fault> check_pem_settings(const settings_schema& schema,
         return pem_fault{key_key, "holds no private key OpenSSL can read" + reason};
     }
     const auto certificate_key = c.key_of(certificate_name);
-    const auto certificates = read_certificates(c.value(certificate_key));
+    std::string ignored;
+    const auto certificates = read_certificates(c.value(certificate_key), ignored);
     if (!certificates.empty() &&
         X509_check_private_key(certificates.front().get(), key.get()) != 1) {
         ERR_clear_error();
         return pem_fault{key_key, "does not belong to the certificate in " + certificate_key};
     }
+    ERR_clear_error();  // decoders may leave notes behind even when they succeed
     return std::nullopt;
 }
 
