@@ -68,6 +68,11 @@ TEST_F(system_test,
         const auto sent = probe_test::run(at_broker(
             {"notify", "--target", "sys/boiler", "--message", R"({"temperature": 21.5})"}));
         ASSERT_EQ(sent.exit_code, 0) << sent.err << sent.out;
+        // A delivered notification keeps its own log lines for --log-level 7.
+        EXPECT_EQ(sent.out.find("send_notification"), std::string::npos) << sent.out;
+        const auto told = probe_test::run(at_broker(
+            {"--log-level", "7", "notify", "--json", "--target", "sys/other", "--message", "x"}));
+        EXPECT_FALSE(told.json_lines().at(0)["lines"].empty()) << told.out;
         EXPECT_TRUE(running.wait_for_output("\"value\":21.5"));
         running.signal(SIGTERM);
         const auto o = running.finish();
