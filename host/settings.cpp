@@ -237,6 +237,7 @@ settings_map resolve_settings(const settings_schema& schema,
     }
     std::set<std::string> given_keys;
     for (const auto& layer : layers) {
+        std::map<std::string, std::string> spelled;  // key -> as given, within a file's layer
         for (const auto& [given, value] : layer.values) {
             const auto at = layer.where.find(given);
             const std::string where = at == layer.where.end() ? "" : at->second + ": ";
@@ -254,6 +255,12 @@ settings_map resolve_settings(const settings_schema& schema,
                     text += "; did you mean \"" + hint + "\"?";
                 }
                 throw host_error(text);
+            }
+            // In a file, two spellings of one key are a slip; on the command line the last wins.
+            if (const auto [first, fresh] = spelled.emplace(key, given);
+                !fresh && !layer.where.empty()) {
+                throw host_error(where + "setting \"" + given + "\" is \"" + first->second +
+                                 "\" again, both " + key + " (from " + layer.origin + ")");
             }
             values[key] = value;
             given_keys.insert(key);

@@ -192,13 +192,21 @@ sensors:
       port: 70000
   - id: 4
     kind: nope_sensor
+  - id: 5
+    kind: roundtrip_sensor
+    settings:
+      tls.ca_certificate: ""
+      ca_certificate: ""
 )",
          {"probe.yaml:4: sensor 1: setting \"statistics.connection_statistics.topic\" (Topic) is "
           "required",
           "probe.yaml:9: setting \"active\" is ambiguous for roundtrip_sensor",
           "probe.yaml:13: setting \"credentials.connection_mqtt.port\" = \"70000\": above the "
           "maximum 65535",
-          "probe.yaml:14: sensor 4: unknown sensor kind \"nope_sensor\"", "probe.yaml: 4 faults"}},
+          "probe.yaml:14: sensor 4: unknown sensor kind \"nope_sensor\"",
+          "probe.yaml:20: setting \"ca_certificate\" is \"tls.ca_certificate\" again, both "
+          "credentials.tls.ca_certificate",
+          "probe.yaml: 5 faults"}},
         // One fault in defaults: touches every sensor and the check, told once.
         {"defaults:\n  port: 1\n  hots: x\nsensors:\n  - {id: 1, kind: roundtrip_sensor}\n"
          "  - {id: 2, kind: roundtrip_sensor}\n",
