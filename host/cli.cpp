@@ -19,19 +19,27 @@ constexpr const char* footer = R"(Exit codes (the worst result of the command):
   3  unknown: the command line is malformed, the module cannot be loaded, a setting or the
      config is wrong, a sensor cannot be created or a result could not be had
 
+--module, --log-level and --lang may stand anywhere on the command line.
+Run "tavo-probe SUBCOMMAND --help" for the subcommand's options and examples.
+
 Examples:
   tavo-probe demo
-  tavo-probe describe
-  tavo-probe scan statistics_sensor --set host=broker.local --set statistics.connection_statistics.topic='plant/#'
+  tavo-probe describe statistics_sensor --lang de
+  tavo-probe scan statistics_sensor --set host=broker.local --set topic='plant/#'
+  tavo-probe validate plant.yaml
   tavo-probe run plant.yaml --state plant.db)";
 
 void add_settings_options(CLI::App& command, settings_options& settings, bool with_config) {
-    command.add_option("--set", settings.sets, "a setting by its full key, KEY=VALUE (repeatable)")
+    command
+        .add_option("--set", settings.sets,
+                    "a setting, KEY=VALUE; KEY is the full key or its last part where that is "
+                    "unambiguous (repeatable)")
         ->allow_extra_args(false)
         ->type_name("KEY=VALUE");
     command
         .add_option("--set-file", settings.set_files,
-                    "a setting read from a file, e.g. a PEM (repeatable)")
+                    "a setting read from a file, e.g. a PEM or a password; a single line "
+                    "loses its line end (repeatable)")
         ->allow_extra_args(false)
         ->type_name("KEY=PATH");
     if (with_config) {
@@ -53,22 +61,34 @@ int run_cli(int argc, char** argv) {
     app.require_subcommand(1);
     global_options global;
     int log_level = 4;
+    // Subcommands hand what they do not know to the program, so the global options may
+    // follow the subcommand.
+    app.fallthrough();
     app.add_option("--module", global.module_path,
                    "the module library (default: libMQTT.so beside tavo-probe)")
         ->type_name("PATH");
     auto* log_option = app.add_option("--log-level", log_level,
                                       "print module log lines of severity <= N to stderr (0 "
-                                      "emergency .. 7 debug; default 4)")
+                                      "emergency .. 7 debug; default 2: failures show once, in "
+                                      "their results)")
                            ->check(CLI::Range(0, 7))
                            ->type_name("N");
+    app.add_option("--lang", global.language,
+                   "language of the module's texts: a name (German) or an ISO 639-1 code (de); "
+                   "default: LC_ALL, LC_MESSAGES or LANG when the module has it, else English")
+        ->type_name("LANGUAGE");
 
-    std::string language = "English";
+    std::string describe_kind;
     bool describe_json = false;
     auto* describe =
         app.add_subcommand("describe", "the sensors, the check, their settings and defaults");
-    describe->add_option("--lang", language, "language of the texts (default English)")
-        ->type_name("LANGUAGE");
+    describe->add_option("KIND", describe_kind, "only this sensor kind, check or notification");
     describe->add_flag("--json", describe_json, "print the description document itself");
+    describe->footer(R"(Examples:
+  tavo-probe describe
+  tavo-probe describe subscribe_custom_sensor
+  tavo-probe describe --lang fr
+  tavo-probe describe --json)");
 
     scan_options scan;
     double scan_interval = 0;
@@ -109,10 +129,11 @@ int run_cli(int argc, char** argv) {
         ->allow_extra_args(false)
         ->type_name("CHANNEL:KEY=VALUE");
     scan_command_app->footer(R"(Examples:
-  tavo-probe scan statistics_sensor --set host=broker.local --set statistics.connection_statistics.topic='plant/#'
+  tavo-probe scan statistics_sensor --set topic='plant/#' --count 3 --interval 10
   tavo-probe scan roundtrip_sensor --set host=broker.local --limit 'Round Trip Time:warning_max=50' \
       --limit 'Round Trip Time:error_max=500' --format nagios
-  tavo-probe scan subscribe_custom_sensor --config plant.yaml --id 3 --wait 10 --json)");
+  tavo-probe scan subscribe_custom_sensor --config plant.yaml --id 3 --wait 10 --json
+  tavo-probe scan roundtrip_sensor --set user=probe --set-file password=probe.pass)");
 
     settings_options check_settings;
     bool check_json = false;
@@ -124,7 +145,8 @@ int run_cli(int argc, char** argv) {
         ->check(CLI::IsMember({"table", "json", "nagios"}));
     check->footer(R"(Examples:
   tavo-probe check --set host=broker.local --set credentials.connection_mqtt.port=8883
-  tavo-probe check --config plant.yaml --format nagios)");
+  tavo-probe check --config plant.yaml --format nagios
+  tavo-probe check --set tls.active=yes --set-file ca_certificate=ca.pem --set port=8883)");
 
     notify_options notify;
     auto* notify_app = app.add_subcommand("notify", "send a notification through the module");
@@ -139,6 +161,9 @@ int run_cli(int argc, char** argv) {
         ->type_name("SECONDS");
     add_settings_options(*notify_app, notify.settings, false);
     notify_app->add_flag("--json", notify.json, "one JSON object per line");
+    notify_app->footer(R"(Examples:
+  tavo-probe notify --target alerts/probe --message 'boiler too hot' --set host=broker.local
+  tavo-probe notify --target t --message hi --set port=1884 --set user=probe --set-file password=p)");
 
     run_options run;
     double run_seconds = 0;
@@ -159,7 +184,21 @@ or created is an error result at its interval and is tried again; the others run
 
 Examples:
   tavo-probe run plant.yaml --state plant.db
-  tavo-probe run plant.yaml --seconds 60 --json)");
+  tavo-probe run plant.yaml --seconds 60 --json --log-level 6
+See host/README.md for the config: nested keys, ${VAR}, KEY_file, names, limits, stale_after.)");
+    std::string validate_config;
+    auto* validate_app = app.add_subcommand(
+        "validate",
+        "check a config as run would load it (settings, TLS certificates and keys) without "
+        "connecting");
+    validate_app->add_option("CONFIG", validate_config, "YAML file with defaults: and sensors:")
+        ->required()
+        ->type_name("CONFIG.yaml");
+    validate_app->footer(
+        R"(Exit 0 when the config is valid, else 3 with each fault as FILE:LINE: reason.
+Examples:
+  tavo-probe validate plant.yaml
+  PROBE_PASSWORD=s3cret tavo-probe validate /etc/tavo-probe/plant.yaml)");
 
     demo_options demo;
     double demo_seconds = 0;
@@ -170,11 +209,16 @@ Examples:
             ->check(CLI::PositiveNumber)
             ->type_name("N");
     demo_app->add_flag("--json", demo.json, "one JSON object per line");
+    demo_app->footer(R"(Examples:
+  tavo-probe demo
+  tavo-probe demo --seconds 30 --json
+  tavo-probe demo --lang de)");
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? exit_ok : exit_usage;
+        // A malformed command line is a fault of the set-up, like a malformed config.
+        return app.exit(e) == 0 ? exit_ok : exit_setup_failed;
     }
     if (log_option->count() > 0) global.log_level = log_level;
     if (interval_option->count() > 0) scan.interval = scan_interval;
@@ -183,7 +227,8 @@ Examples:
     if (demo_seconds_option->count() > 0) demo.seconds = demo_seconds;
 
     try {
-        if (describe->parsed()) return describe_command(global, language, describe_json);
+        if (describe->parsed()) return describe_command(global, describe_kind, describe_json);
+        if (validate_app->parsed()) return validate_command(global, validate_config);
         if (scan_command_app->parsed()) return scan_command(global, scan, signals.token());
         if (check->parsed()) return check_command(global, check_settings, check_json, check_format);
         if (notify_app->parsed()) return notify_command(global, notify);
@@ -201,7 +246,7 @@ Examples:
         std::cerr << "tavo-probe: " << e.what() << std::endl;
         return exit_setup_failed;
     }
-    return exit_usage;
+    return exit_setup_failed;
 }
 
 }  // namespace corvanis::monitoring_modules::host

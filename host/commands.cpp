@@ -45,18 +45,13 @@ output_format format_of(const std::string& format, bool json) {
 
 }  // namespace
 
-int describe_command(const global_options& global, const std::string& language, bool json) {
+int describe_command(const global_options& global, const std::string& kind, bool json) {
     probe p(global);
     if (json) {
         std::cout << p.doc().raw() << std::endl;
         return exit_ok;
     }
-    if (!p.doc().has_language(language) && !p.doc().languages().empty()) {
-        std::string known;
-        for (const auto& l : p.doc().languages()) known += (known.empty() ? "" : ", ") + l;
-        throw host_error("no texts in \"" + language + "\"; the module has: " + known);
-    }
-    std::cout << describe_text(p.doc(), language, p.module().api_level(), {want_color()})
+    std::cout << describe_text(p.doc(), p.language(), p.module().api_level(), {want_color()}, kind)
               << std::flush;
     return exit_ok;
 }
@@ -76,12 +71,12 @@ int scan_command(const global_options& global, const scan_options& options, std:
         p.doc(), own,
         settings_layers(p.doc(), config ? &*config : nullptr, entry ? &entry->settings : nullptr,
                         "sensor " + std::to_string(options.id) + " in " + options.settings.config,
-                        options.settings));
+                        options.settings, entry ? &entry->where : nullptr));
     if (options.interval) planned.interval = seconds_to_duration(*options.interval);
 
     result_printer printer(std::cout, format_of(options.format, options.json), &p.doc(),
-                           {want_color(), options.language});
-    sensor_runner runner(p, planned, options.language);
+                           {want_color(), p.language()});
+    sensor_runner runner(p, planned, p.language());
     const auto ready = runner.ensure_created();
     if (ready == sensor_runner::readiness::creation_failed) {
         throw host_error("sensor " + std::to_string(options.id) + " (" + options.kind +
@@ -126,7 +121,8 @@ int check_command(const global_options& global, const settings_options& settings
     const auto values =
         resolve_settings(schema, settings_layers(p.doc(), config ? &*config : nullptr,
                                                  config ? &config->check_settings : nullptr,
-                                                 "check settings in " + settings.config, settings));
+                                                 "check settings in " + settings.config, settings,
+                                                 config ? &config->check_where : nullptr));
     validate_settings(schema, values);
     constexpr int check_id = 1;
     const auto outcome = p.module().check(check_id, make_block(schema, values));
@@ -143,7 +139,7 @@ int check_command(const global_options& global, const settings_options& settings
         result.set_check_id(check_id);
         *result.mutable_message() = no_answer("ExecuteCheck", outcome.code, "check result");
     }
-    result_printer(std::cout, format_of(format, json), &p.doc(), {want_color()})
+    result_printer(std::cout, format_of(format, json), &p.doc(), {want_color(), p.language()})
         .print(result, schema.kind);
     return outcome.code == 0 && result.success() ? exit_ok : exit_failed;
 }
@@ -173,7 +169,8 @@ int notify_command(const global_options& global, const notify_options& options) 
             no_answer("ExecuteMetaScan", outcome.code, "notification response");
     }
     if (outcome.code != 0) response.set_success(false);
-    result_printer(std::cout, options.json, &p.doc(), {want_color()})
+    if (response.success() && !shows_debug(global)) response.clear_lines();
+    result_printer(std::cout, options.json, &p.doc(), {want_color(), p.language()})
         .print(response, options.target);
     return response.success() ? exit_ok : exit_failed;
 }
@@ -188,12 +185,13 @@ int run_command(const global_options& global, const run_options& options, std::s
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
             plan.push_back(plan_sensor(
-                p.doc(), entry, settings_layers(p.doc(), &config, &entry.settings, label, {})));
+                p.doc(), entry, settings_layers(p.doc(), &config, &entry.settings, label, {},
+                                             &entry.where)));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }
     }
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), options.language});
+    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
                  (options.seconds ? "" : "; Ctrl-C stops"));

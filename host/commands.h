@@ -12,7 +12,11 @@ namespace corvanis::monitoring_modules::host {
 // Each command returns the process exit code and throws host_error for a failure
 // that ends it (exit 3 unless the error says otherwise).
 
-int describe_command(const global_options& global, const std::string& language, bool json);
+// `kind` empty: every kind; else one sensor kind, the check or the notification.
+int describe_command(const global_options& global, const std::string& kind, bool json);
+
+// Checks a config as run would load it, without connecting; exit 0, or 3 with the reasons.
+int validate_command(const global_options& global, const std::string& config_path);
 
 struct scan_options {
     std::string kind;

@@ -50,7 +50,7 @@ int demo_command(const global_options& global, const demo_options& options, std:
     };
     const local_broker broker;
     probe p(global);
-    result_printer printer(std::cout, options.json, &p.doc(), {want_color()});
+    result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
 
     const std::vector<setting_pair> broker_settings = {
         {"host", broker.host()},
@@ -98,7 +98,8 @@ int demo_command(const global_options& global, const demo_options& options, std:
     block.mutable_notification()->set_target(demo_publisher::notification_topic);
     block.mutable_notification()->set_message("tavo-probe demo is watching this broker");
     block.mutable_notification()->set_timeout_s(demo_timeout_s);
-    if (const auto sent = p.module().notify(1, block); sent.message) {
+    if (auto sent = p.module().notify(1, block); sent.message) {
+        if (sent.message->success() && !shows_debug(global)) sent.message->clear_lines();
         printer.print(*sent.message, demo_publisher::notification_topic);
     }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "host/errors.h"
 #include "host/settings.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -126,7 +127,18 @@ class writer {
 }  // namespace
 
 std::string describe_text(const description& doc, const std::string& language, int api_level,
-                          const table_style& style) {
+                          const table_style& style, const std::string& only) {
+    const bool all = only.empty();
+    if (!all && doc.find_sensor(only) == nullptr && doc.find_check(only) == nullptr &&
+        only != notification_kind) {
+        std::vector<std::string> names;
+        for (const auto& sensor : doc.sensors()) names.push_back(sensor.name);
+        for (const auto& check : doc.checks()) names.push_back(check.name);
+        names.emplace_back(notification_kind);
+        throw host_error("nothing to describe called \"" + only +
+                         "\"; the module offers: " + join(names));
+    }
+    const auto shows = [&](const std::string& name) { return all || name == only; };
     const writer w(doc, language, style);
     std::string out = bold(doc.text("module.display", language, doc.module_display()), style);
     if (!doc.version().empty()) out += " " + doc.version();
@@ -141,31 +153,41 @@ std::string describe_text(const description& doc, const std::string& language, i
                 sections.push_back(name);
         }
     };
-    out += "\n";
-    out += bold("Sensors", style) + "\n";
+    if (all || doc.find_sensor(only) != nullptr) {
+        out += "\n";
+        out += bold("Sensors", style) + "\n";
+    }
     for (const auto& sensor : doc.sensors()) {
+        if (!shows(sensor.name)) continue;
         out += "  " + bold(sensor.name, style) + "  " +
                doc.text(sensor.name + ".display", language, sensor.display) + "\n";
         out += wrap(doc.text(sensor.name + ".description", language, sensor.description), "      ");
         out += "      sections: " + join(sensor.sections) + "\n";
         remember(sensor.sections);
     }
-    if (doc.sensors().empty()) out += "  (none)\n";
-    out += "\n";
-    out += bold("Check", style) + "\n";
+    if (all && doc.sensors().empty()) out += "  (none)\n";
+    if (all || doc.find_check(only) != nullptr) {
+        out += "\n";
+        out += bold("Check", style) + "\n";
+    }
     for (const auto& check : doc.checks()) {
+        if (!shows(check.name)) continue;
         out += "  " + bold(check.name, style) + "  sections: " + join(check.sections) + "\n";
         remember(check.sections);
     }
-    if (doc.checks().empty()) out += "  (none)\n";
-    out += "\n";
-    out += bold("Notification", style) + "\n  " + bold(notification_kind, style) +
-           "  tavo-probe notify; settings: connection.host, connection.port, "
-           "connection.client_id, and the user_credentials and tls groups of credentials\n";
+    if (all && doc.checks().empty()) out += "  (none)\n";
+    if (shows(notification_kind)) {
+        out += "\n";
+        out += bold("Notification", style) + "\n  " + bold(notification_kind, style) +
+               "  tavo-probe notify; settings: connection.host, connection.port, "
+               "connection.client_id, and the user_credentials and tls groups of credentials\n";
+    }
 
-    const auto common = common_settings();
-    out += "\n";
-    out += bold("Common settings of every sensor and the check", style) + "\n" + w.settings(common);
+    if (only != notification_kind) {
+        out += "\n";
+        out += bold("Common settings of every sensor and the check", style) + "\n" +
+               w.settings(common_settings());
+    }
     for (const auto& name : sections) {
         const auto* section = doc.find_section(name);
         if (section == nullptr) continue;
@@ -174,6 +196,7 @@ std::string describe_text(const description& doc, const std::string& language, i
                doc.text(name + ".display", language, section->display) + "\n";
         out += w.settings(section_settings(doc, name));
     }
+    if (!shows(notification_kind)) return out;
     auto notification = notification_schema(doc, 0);
     notification.settings.resize(3);
     notification.settings[2].default_value = "tavo-probe-<process id>";

@@ -1,5 +1,8 @@
 #include "host/description.h"
 
+#include <cctype>
+#include <cstdlib>
+
 #include <algorithm>
 #include <jsoncons/json.hpp>
 
@@ -193,6 +196,57 @@ std::vector<std::string> description::languages() const {
 
 bool description::has_language(const std::string& language) const {
     return texts_.count(language) != 0;
+}
+
+namespace {
+
+// ISO 639-1 codes of the languages modules are translated into, by the names they use.
+constexpr std::pair<std::string_view, std::string_view> language_codes[] = {
+    {"en", "English"},  {"de", "German"},    {"fr", "French"},
+    {"es", "Spanish"},  {"nl", "Dutch"},     {"ru", "Russian"},
+    {"ja", "Japanese"}, {"pt", "Brazilian"}, {"zh", "SimplifiedChinese"},
+    {"it", "Italian"},  {"pl", "Polish"},    {"cs", "Czech"},
+};
+
+// "de_DE.UTF-8" -> "de"; "C" and "POSIX" name no language.
+std::string code_of(const std::string& locale) {
+    std::string code = locale.substr(0, locale.find_first_of("_.@-"));
+    for (auto& c : code) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return code == "c" || code == "posix" ? std::string() : code;
+}
+
+std::string name_of_code(const std::string& code) {
+    for (const auto& [c, name] : language_codes) {
+        if (c == code) return std::string(name);
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string description::pick_language(const std::string& requested) const {
+    if (requested.empty()) {
+        for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+            const char* value = std::getenv(variable);
+            if (value == nullptr || *value == '\0') continue;
+            const auto name = name_of_code(code_of(value));
+            return has_language(name) ? name : "English";
+        }
+        return "English";
+    }
+    if (has_language(requested) || (languages().empty() && requested == "English"))
+        return requested;
+    if (const auto name = name_of_code(code_of(requested)); has_language(name)) return name;
+    std::string known;
+    for (const auto& l : languages()) {
+        std::string code;
+        for (const auto& [c, name] : language_codes) {
+            if (name == l) code = " (" + std::string(c) + ")";
+        }
+        known += (known.empty() ? "" : ", ") + l + code;
+    }
+    throw host_error("no texts in \"" + requested +
+                     "\"; the module has: " + (known.empty() ? "English only" : known));
 }
 
 std::string description::text(const std::string& key, const std::string& language,

@@ -88,6 +88,11 @@ class description {
 
     std::vector<std::string> languages() const;
     bool has_language(const std::string& language) const;
+    // The module's language for `requested`: a name it has ("German"), an ISO 639-1 code
+    // ("de", also as LANG writes it: "de_DE.UTF-8"); when empty, the language of LC_ALL,
+    // LC_MESSAGES or LANG if the module has it, else English. Throws host_error for a
+    // requested language the module lacks.
+    std::string pick_language(const std::string& requested) const;
     // The key's text in `language`, else in English, else `fallback`.
     std::string text(const std::string& key, const std::string& language,
                      const std::string& fallback = "") const;

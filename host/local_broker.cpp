@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/errors.h"
+#include "host/signals.h"
 
 extern char** environ;
 
@@ -25,6 +26,21 @@ namespace corvanis::monitoring_modules::host {
 namespace {
 
 using namespace std::chrono_literals;
+
+// SIGTERM, then SIGKILL when it lingers; reaped either way.
+void stop_process(pid_t pid) {
+    kill(pid, SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    int status = 0;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            return;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+}
 
 bool accepts_connections(int port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -87,7 +103,13 @@ local_broker::local_broker() {
     directory_ = make_temp_directory();
     // The port may be taken between the probe and the broker's bind; a second try settles that.
     for (int attempt = 0; attempt < 3; ++attempt) {
-        if (start(*program)) return;
+        if (!start(*program)) continue;
+        emergency_ = std::make_unique<last_words>([pid = pid_, directory = directory_] {
+            stop_process(pid);
+            std::error_code ec;
+            std::filesystem::remove_all(directory, ec);
+        });
+        return;
     }
     const std::string broker_log = log();
     std::filesystem::remove_all(directory_);
@@ -96,6 +118,7 @@ local_broker::local_broker() {
 }
 
 local_broker::~local_broker() {
+    emergency_.reset();
     stop();
     std::error_code ec;
     std::filesystem::remove_all(directory_, ec);
@@ -155,17 +178,7 @@ bool local_broker::start(const std::filesystem::path& program) {
 
 void local_broker::stop() {
     if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    int status = 0;
-    while (waitpid(pid_, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
+    stop_process(pid_);
     pid_ = -1;
 }
 

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -15,7 +16,8 @@ class local_broker {
     // Starts the broker and waits until it accepts connections. Throws host_error
     // when mosquitto is missing or does not come up.
     local_broker();
-    // Stops the broker and removes the directory.
+    // Stops the broker and removes the directory; a second Ctrl-C that ends the process at
+    // once does the same.
     ~local_broker();
     local_broker(const local_broker&) = delete;
     local_broker& operator=(const local_broker&) = delete;
@@ -37,6 +39,7 @@ class local_broker {
     int port_ = 0;
     std::filesystem::path directory_;
     pid_t pid_ = -1;
+    std::unique_ptr<class last_words> emergency_;  // stops the broker if the host quits at once
 };
 
 // A TCP port on 127.0.0.1 that was free a moment ago.

@@ -1,5 +1,7 @@
 #include "host/output.h"
 
+#include "host/localize.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -420,8 +422,14 @@ void result_printer::write(const std::string& text) {
     out_.flush();
 }
 
+template <typename Result>
+Result result_printer::in_language(Result result) const {
+    if (doc_ != nullptr) localize(result, *doc_, style_.language);
+    return result;
+}
+
 void result_printer::print(const wire::ScanResult& result, const std::string& kind) {
-    print(make_scan_view(result, kind, doc_));
+    print(make_scan_view(in_language(result), kind, doc_));
 }
 
 void result_printer::print(const scan_view& scan,
@@ -436,7 +444,8 @@ void result_printer::print(const scan_view& scan,
     }
 }
 
-void result_printer::print(const wire::CheckResult& check, const std::string& check_name) {
+void result_printer::print(const wire::CheckResult& result, const std::string& check_name) {
+    const auto check = in_language(result);
     switch (format_) {
         case output_format::json:
             return write(json_line(check) + "\n");
@@ -448,7 +457,8 @@ void result_printer::print(const wire::CheckResult& check, const std::string& ch
 }
 
 void result_printer::print(const wire::NotificationResponse& response, const std::string& target) {
-    write(json() ? json_line(response) + "\n" : table_block(response, target, clock_now(), style_));
+    const auto shown = in_language(response);
+    write(json() ? json_line(shown) + "\n" : table_block(shown, target, clock_now(), style_));
 }
 
 void result_printer::note(const std::string& text) {

@@ -76,7 +76,7 @@ enum class output_format { table, json, nagios };
 
 struct table_style {
     bool color = false;
-    std::string language = "English";  // of the texts the host writes itself
+    std::string language;  // a name or ISO 639-1 code; empty: English, module texts as sent
 };
 
 // Readable blocks, each ending in a line end. `clock` is printed in front ("14:02:11").
@@ -106,6 +106,8 @@ class result_printer {
 
   private:
     void write(const std::string& text);
+    template <typename Result>
+    Result in_language(Result result) const;
 
     std::mutex mutex_;
     std::ostream& out_;  // guarded by mutex_

@@ -11,8 +11,9 @@ namespace corvanis::monitoring_modules::host {
 
 namespace {
 
-// The module's own default threshold: errors and warnings.
-constexpr int default_log_level = 4;
+// Without --log-level only the gravest lines: errors and warnings of sensors reach the
+// operator through their results, and printing them here too repeated every failure.
+constexpr int default_log_level = 2;
 
 }  // namespace
 
@@ -45,6 +46,7 @@ probe::probe(const global_options& options, const std::string& state_path)
         }
     }
     doc_ = std::make_unique<description>(description::parse(session_->module_information()));
+    language_ = doc_->pick_language(options.language);
 }
 
 probe::~probe() {
@@ -121,19 +123,28 @@ std::string probe::kind_of(int id) const {
 std::vector<settings_layer> settings_layers(const description& doc, const probe_config* config,
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
-                                            const settings_options& cli) {
+                                            const settings_options& cli,
+                                            const setting_origins* own_where) {
     std::vector<settings_layer> layers;
     if (config != nullptr) {
         for (const auto& [key, value] : config->defaults) {
-            if (!is_known_anywhere(doc, key)) {
-                throw host_error(config->name +
-                                 ": defaults: no sensor, check or notification has a setting \"" +
-                                 key + "\"");
+            const auto at = config->defaults_where.find(key);
+            const std::string where =
+                at == config->defaults_where.end() ? config->name : at->second;
+            try {
+                if (is_known_anywhere(doc, key)) continue;
+            } catch (const host_error& e) {
+                throw host_error(where + ": defaults: " + e.what());
             }
+            throw host_error(where +
+                             ": defaults: no sensor, check or notification has a setting \"" + key +
+                             "\"");
         }
-        layers.push_back({"defaults in " + config->name, config->defaults, true});
+        layers.push_back(
+            {"defaults in " + config->name, config->defaults, true, config->defaults_where});
     }
-    if (own != nullptr) layers.push_back({own_origin, *own, false});
+    if (own != nullptr)
+        layers.push_back({own_origin, *own, false, own_where ? *own_where : setting_origins{}});
     settings_layer command_line{"--set", {}, false};
     for (const auto& text : cli.sets)
         command_line.values.push_back(parse_assignment(text, "--set"));

@@ -25,7 +25,13 @@ namespace corvanis::monitoring_modules::host {
 struct global_options {
     std::string module_path;  // empty: the libMQTT.so beside the program
     std::optional<int> log_level;
+    std::string language;  // as asked for (name or ISO 639-1 code); empty: from the locale
 };
+
+// A delivered notification's own log lines are debug detail: shown at --log-level 7 only.
+inline bool shows_debug(const global_options& options) {
+    return options.log_level.value_or(0) >= 7;
+}
 
 // Where settings come from on the command line.
 struct settings_options {
@@ -44,6 +50,8 @@ class probe {
 
     const description& doc() const { return *doc_; }
     module_session& module() { return *session_; }
+    // The module's language for texts, picked from global_options::language.
+    const std::string& language() const { return language_; }
 
     // Creates the sensor with the data kept for it; the module's reason when it cannot.
     std::optional<message_view> try_create_sensor(int id, const settings_schema& schema,
@@ -67,6 +75,7 @@ class probe {
     module_inbox inbox_;
     std::unique_ptr<module_session> session_;
     std::unique_ptr<description> doc_;
+    std::string language_;
     mutable std::mutex sensors_mutex_;
     std::map<int, std::string>
         sensors_;  // live sensors by id with their kind; guarded by sensors_mutex_
@@ -75,11 +84,12 @@ class probe {
 };
 
 // The layers of one sensor or check: shared defaults of the config, its own settings,
-// then --set and --set-file. `own` may be null.
+// then --set and --set-file. `own` and `own_where` may be null.
 std::vector<settings_layer> settings_layers(const description& doc, const probe_config* config,
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
-                                            const settings_options& cli);
+                                            const settings_options& cli,
+                                            const setting_origins* own_where = nullptr);
 
 // A stop request from the signals or, when `seconds` is set, after that long.
 class run_limit {

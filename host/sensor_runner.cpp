@@ -1,5 +1,7 @@
 #include "host/sensor_runner.h"
 
+#include "host/localize.h"
+
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -153,7 +155,8 @@ scan_view sensor_runner::next_result() {
 
 scan_view sensor_runner::scan() {
     const auto started = clock::now();
-    const auto result = probe_.module().scan(plan_.id);
+    auto result = probe_.module().scan(plan_.id);
+    localize(result, probe_.doc(), language_);
     auto view = make_scan_view(result, plan_.schema.kind, &probe_.doc());
     view.duration = clock::now() - started;
     view.name = plan_.name;

@@ -5,9 +5,11 @@
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "host/errors.h"
+#include "host/pem_check.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -80,6 +82,9 @@ std::vector<setting_def> section_settings(const description& doc, const std::str
 
 namespace {
 
+constexpr const char* login_user_key = "credentials.user_credentials.user";
+constexpr const char* login_active_key = "credentials.user_credentials.active";
+
 std::string join(const std::vector<std::string>& items) {
     std::string out;
     for (const auto& item : items) out += (out.empty() ? "" : ", ") + item;
@@ -112,7 +117,12 @@ std::string suggestion(const settings_schema& schema, const std::string& key) {
         const bool same_tail =
             def.key.size() > last.size() &&
             def.key.compare(def.key.size() - last.size() - 1, std::string::npos, "." + last) == 0;
-        const std::size_t distance = same_tail ? 0 : edit_distance(key, def.key);
+        // A short key is compared with the last part of each key.
+        const std::size_t distance =
+            same_tail ? 0
+                      : std::min(edit_distance(key, def.key), dot == std::string::npos
+                                                                  ? edit_distance(key, def.name)
+                                                                  : std::size_t(-1));
         if (distance < best_distance) {
             best = def.key;
             best_distance = distance;
@@ -160,6 +170,21 @@ std::string settings_schema::canonical(const std::string& key) const {
     return it == aliases.end() ? key : it->second;
 }
 
+std::string settings_schema::resolve(const std::string& given) const {
+    const auto key = canonical(given);
+    if (find(key) != nullptr) return key;
+    const std::string tail = "." + given;
+    std::vector<std::string> matches;
+    for (const auto& def : settings) {
+        if (def.key.ends_with(tail)) matches.push_back(def.key);
+    }
+    if (matches.size() > 1) {
+        throw host_error("setting \"" + given + "\" is ambiguous for " + kind + "; write one of " +
+                         join(matches));
+    }
+    return matches.empty() ? std::string() : matches.front();
+}
+
 settings_schema sensor_schema(const description& doc, const std::string& kind) {
     const auto* sensor = doc.find_sensor(kind);
     if (sensor == nullptr) {
@@ -202,7 +227,7 @@ settings_schema notification_schema(const description& doc, int pid) {
 }
 
 settings_map resolve_settings(const settings_schema& schema,
-                              const std::vector<settings_layer>& layers) {
+                              const std::vector<settings_layer>& layers, setting_origins* origins) {
     settings_map values;
     for (const auto& def : schema.settings) {
         // A text field left alone in a form is sent empty.
@@ -210,35 +235,71 @@ settings_map resolve_settings(const settings_schema& schema,
             values[def.key] = def.default_value.value_or("");
         }
     }
+    std::set<std::string> given_keys;
     for (const auto& layer : layers) {
+        std::map<std::string, std::string> spelled;  // key -> as given, within a file's layer
         for (const auto& [given, value] : layer.values) {
-            const std::string key = schema.canonical(given);
-            if (schema.find(key) == nullptr) {
+            const auto at = layer.where.find(given);
+            const std::string where = at == layer.where.end() ? "" : at->second + ": ";
+            std::string key;
+            try {
+                key = schema.resolve(given);
+            } catch (const host_error& e) {
+                throw host_error(where + e.what() + " (from " + layer.origin + ")");
+            }
+            if (key.empty()) {
                 if (layer.skip_foreign) continue;
-                std::string text = "unknown setting \"" + given + "\" for " + schema.kind +
+                std::string text = where + "unknown setting \"" + given + "\" for " + schema.kind +
                                    " (from " + layer.origin + ")";
                 if (const auto hint = suggestion(schema, given); !hint.empty()) {
                     text += "; did you mean \"" + hint + "\"?";
                 }
                 throw host_error(text);
             }
+            // In a file, two spellings of one key are a slip; on the command line the last wins.
+            if (const auto [first, fresh] = spelled.emplace(key, given);
+                !fresh && !layer.where.empty()) {
+                throw host_error(where + "setting \"" + given + "\" is \"" + first->second +
+                                 "\" again, both " + key + " (from " + layer.origin + ")");
+            }
             values[key] = value;
+            given_keys.insert(key);
+            if (origins != nullptr) {
+                (*origins)[key] = at == layer.where.end() ? layer.origin : at->second;
+            }
         }
+    }
+    // A user name alone means logging in; an explicit "no" still wins.
+    const auto user = values.find(login_user_key);
+    if (user != values.end() && !user->second.empty() && schema.find(login_active_key) &&
+        given_keys.count(login_active_key) == 0) {
+        values[login_active_key] = "yes";
     }
     return values;
 }
 
-void validate_settings(const settings_schema& schema, const settings_map& values) {
+void validate_settings(const settings_schema& schema, const settings_map& values,
+                       const setting_origins* origins) {
+    const auto origin = [&](const std::string& key) {
+        if (origins == nullptr) return std::string();
+        const auto it = origins->find(key);
+        return it == origins->end() ? std::string() : it->second + ": ";
+    };
+    settings_map in_use;
     for (const auto& def : schema.settings) {
         const auto it = values.find(def.key);
         const bool empty = it == values.end() || it->second.empty();
-        if (empty && def.required && shown(schema, def, values)) {
-            throw host_error("setting \"" + def.key + "\" (" + def.display + ") is required for " +
-                             schema.kind + ": --set " + def.key + "=VALUE");
+        const bool used = shown(schema, def, values);
+        if (empty && def.required && used) {
+            throw host_error(origin(def.key) + "setting \"" + def.key + "\" (" + def.display +
+                             ") is required for " + schema.kind + ": --set " + def.key + "=VALUE");
         }
-        if (it == values.end() || (empty && def.kind == setting_kind::text)) continue;
+        if (it == values.end()) continue;
+        if (used) in_use.insert(*it);
+        if (empty && def.kind == setting_kind::text) continue;
         const std::string& value = it->second;
-        const std::string where = "setting \"" + def.key + "\" = \"" + value + "\": ";
+        const std::string where =
+            origin(def.key) + "setting \"" + def.key + "\" = \"" + value + "\": ";
         switch (def.kind) {
             case setting_kind::integer: {
                 long long n = 0;
@@ -269,6 +330,9 @@ void validate_settings(const settings_schema& schema, const settings_map& values
                 break;
         }
     }
+    if (const auto fault = check_pem_settings(schema, in_use)) {
+        throw host_error(origin(fault->key) + "setting \"" + fault->key + "\" " + fault->reason);
+    }
 }
 
 tavo::wire::SettingsBlock make_block(const settings_schema& schema, const settings_map& values) {
@@ -294,11 +358,21 @@ setting_pair parse_assignment(const std::string& text, const std::string& option
 
 setting_pair read_assignment_file(const std::string& text) {
     auto [key, path] = parse_assignment(text, "--set-file");
+    try {
+        return {key, read_setting_file(path)};
+    } catch (const host_error& e) {
+        throw host_error("--set-file " + key + ": " + e.what());
+    }
+}
+
+std::string read_setting_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    if (!in) throw host_error("--set-file " + key + ": cannot read \"" + path + "\"");
+    if (!in) throw host_error("cannot read \"" + path + "\"");
     std::ostringstream content;
     content << in.rdbuf();
-    return {key, content.str()};
+    auto text = content.str();
+    if (text.ends_with('\n') && text.find('\n') == text.size() - 1) text.pop_back();
+    return text;
 }
 
 bool is_known_anywhere(const description& doc, const std::string& key) {
@@ -306,9 +380,8 @@ bool is_known_anywhere(const description& doc, const std::string& key) {
     for (const auto& sensor : doc.sensors()) schemas.push_back(sensor_schema(doc, sensor.name));
     for (const auto& check : doc.checks()) schemas.push_back(check_schema(doc, check.name));
     schemas.push_back(notification_schema(doc, 0));
-    return std::any_of(schemas.begin(), schemas.end(), [&](const settings_schema& schema) {
-        return schema.find(schema.canonical(key)) != nullptr;
-    });
+    return std::any_of(schemas.begin(), schemas.end(),
+                       [&](const settings_schema& schema) { return !schema.resolve(key).empty(); });
 }
 
 }  // namespace corvanis::monitoring_modules::host

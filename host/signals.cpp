@@ -4,10 +4,15 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <map>
+#include <mutex>
 
 namespace corvanis::monitoring_modules::host {
 
 namespace {
+
+std::mutex registry_mutex;
+std::map<const last_words*, std::function<void()>> registry;  // guarded by registry_mutex
 
 sigset_t termination_set() {
     sigset_t set;
@@ -27,7 +32,10 @@ termination_signals::termination_signals() {
         int received = 0;
         while (!quit_.load()) {
             if (sigtimedwait(&set, nullptr, &poll) < 0) continue;
-            if (++received > 1) std::_Exit(130);
+            if (++received > 1) {
+                last_words::speak();
+                std::_Exit(130);
+            }
             stop_.request_stop();
             if (isatty(STDERR_FILENO) == 1) {
                 static const char text[] = "\nstopping... (press Ctrl-C again to quit at once)\n";
@@ -35,6 +43,22 @@ termination_signals::termination_signals() {
             }
         }
     });
+}
+
+last_words::last_words(std::function<void()> action) {
+    std::lock_guard lock(registry_mutex);
+    registry.emplace(this, std::move(action));
+}
+
+last_words::~last_words() {
+    std::lock_guard lock(registry_mutex);
+    registry.erase(this);
+}
+
+void last_words::speak() {
+    std::lock_guard lock(registry_mutex);
+    for (auto& [owner, action] : registry) action();
+    registry.clear();
 }
 
 termination_signals::~termination_signals() {

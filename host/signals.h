@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <stop_token>
 #include <thread>
 
@@ -9,7 +10,7 @@ namespace corvanis::monitoring_modules::host {
 // Turns SIGINT and SIGTERM into a stop request. Construct it on the main thread before
 // any other thread starts: the signals are blocked there and in every thread started
 // later (child processes must unblock them), and one watcher thread takes them.
-// A second signal ends the process at once with status 130.
+// A second signal ends the process at once with status 130, after the last_words.
 class termination_signals {
   public:
     termination_signals();
@@ -24,6 +25,20 @@ class termination_signals {
     std::stop_source stop_;
     std::atomic<bool> quit_{false};
     std::thread watcher_;
+};
+
+// Clean-up that must happen even when a second signal ends the process at once: a child
+// process to stop, a directory to remove. While it lives, the signal watcher runs
+// `action` before it exits; the action must be bounded and must not throw.
+class last_words {
+  public:
+    explicit last_words(std::function<void()> action);
+    ~last_words();
+    last_words(const last_words&) = delete;
+    last_words& operator=(const last_words&) = delete;
+
+    // Every registered action, once; for the signal watcher.
+    static void speak();
 };
 
 }  // namespace corvanis::monitoring_modules::host

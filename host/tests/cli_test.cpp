@@ -11,6 +11,7 @@ namespace {
 using jsoncons::json;
 using probe_test::outcome;
 using probe_test::run;
+using probe_test::settings_seen;
 using strings = std::vector<std::string>;
 
 // Nothing listens on port 1, so every connection is refused at once.
@@ -19,16 +20,6 @@ const strings no_broker = {"--set", "credentials.connection_mqtt.port=1"};
 strings operator+(strings a, const strings& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
-}
-
-// The settings the module received for `kind`, as its debug log shows them.
-json settings_seen(const outcome& o, const std::string& kind) {
-    const auto at = o.err.find("{\"kind\":\"" + kind + "\"");
-    if (at == std::string::npos) {
-        ADD_FAILURE() << "no settings of " << kind << " in\n" << o.err;
-        return json();
-    }
-    return json::parse(o.err.substr(at, o.err.find('\n', at) - at))["settings"];
 }
 
 TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
@@ -51,13 +42,23 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"notify", "--target", "t", "--message", "m", "--set", "connection.port=-1"},
          3,
          "setting \"connection.port\" = \"-1\": below the minimum 0"},
-        {{"describe", "--lang", "Klingon"}, 3, "no texts in \"Klingon\"; the module has: Russian,"},
+        {{"describe", "--lang", "Klingon"},
+         3,
+         "no texts in \"Klingon\"; the module has: Russian (ru),"},
+        {{"scan", "roundtrip_sensor", "--lang", "xx"}, 3, "no texts in \"xx\""},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
         {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
         {{"scan"}, 3, "KIND is required"},
         {{"--log-level", "9", "describe"}, 3, "--log-level"},
         {{"scan", "roundtrip_sensor", "--limit", "Status:max=1"}, 3, "unknown limit \"max\""},
         {{"scan", "roundtrip_sensor", "--format", "xml"}, 3, "--format"},
+        {{"describe", "--log-level", "9"}, 3, "--log-level"},
+        {{"describe", "nope_sensor"}, 3, "nothing to describe called \"nope_sensor\""},
+        {{"scan", "roundtrip_sensor", "--set", "active=yes"},
+         3,
+         "setting \"active\" is ambiguous for roundtrip_sensor; write one of "
+         "credentials.user_credentials.active, credentials.tls.active (from --set)"},
+        {{"validate", "/nonexistent/probe.yaml"}, 3, "cannot read the configuration"},
     };
     for (const auto& c : cases) {
         const auto o = run(c.args);
@@ -81,9 +82,12 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_stat
         EXPECT_TRUE(line["error"].as<bool>());
         EXPECT_EQ(line["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
     }
-    // Errors reach stderr by default, debug lines only when asked for.
-    EXPECT_NE(scans.err.find("sensor 5 error: TCP/TLS connect failure"), std::string::npos);
+    // The failure is told once, in the result; the log lines only when asked for.
+    EXPECT_EQ(scans.err.find("TCP/TLS connect failure"), std::string::npos) << scans.err;
     EXPECT_EQ(scans.err.find("debug"), std::string::npos) << scans.err;
+    const auto logged = run(strings{"scan", "roundtrip_sensor", "--log-level", "4"} + no_broker);
+    EXPECT_NE(logged.err.find("sensor 1 error: TCP/TLS connect failure"), std::string::npos)
+        << logged.err;
 
     const auto table = run(strings{"scan", "roundtrip_sensor"} + no_broker);
     EXPECT_EQ(table.exit_code, 2);

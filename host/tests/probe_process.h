@@ -128,6 +128,14 @@ inline outcome run(const std::vector<std::string>& args) {
     return child(args).finish();
 }
 
+// The settings the module received for `kind`, as its debug log (--log-level 7) shows them;
+// null when it shows none.
+inline jsoncons::json settings_seen(const outcome& o, const std::string& kind) {
+    const auto at = o.err.find("{\"kind\":\"" + kind + "\"");
+    if (at == std::string::npos) return jsoncons::json::null();
+    return jsoncons::json::parse(o.err.substr(at, o.err.find('\n', at) - at))["settings"];
+}
+
 // A fresh directory for one test's files, removed afterwards.
 class scratch {
   public:

@@ -29,7 +29,7 @@ TEST_F(settings_test, unknown_keys_name_the_key_its_origin_and_a_likely_meaning)
         std::string key;
         std::string hint;
     } cases[] = {
-        {"step", "; did you mean \"counting.counter.step\"?"},
+        {"stpe", "; did you mean \"counting.counter.step\"?"},
         {"counting.counter.stpe", "; did you mean \"counting.counter.step\"?"},
         {"topic.subscription.filter", ""},
         {"completely.unrelated.thing", ""},
@@ -39,6 +39,55 @@ TEST_F(settings_test, unknown_keys_name_the_key_its_origin_and_a_likely_meaning)
                       resolve_settings(schema, {{"--set", {{c.key, "1"}}, false}});
                   }),
                   "unknown setting \"" + c.key + "\" for counter_sensor (from --set)" + c.hint);
+    }
+}
+
+// Short keys, and the user name that implies logging in, on a schema shaped like a broker's.
+TEST_F(settings_test, short_keys_resolve_where_unambiguous_and_a_user_means_logging_in) {
+    settings_schema schema{target_kind::sensor, "k", {}, {{"server", "host"}}};
+    for (const auto* key :
+         {"host", "credentials.user_credentials.active", "credentials.user_credentials.user",
+          "credentials.tls.active", "credentials.connection_mqtt.port"}) {
+        setting_def def;
+        def.key = key;
+        def.name = def.key.substr(def.key.rfind('.') + 1);
+        schema.settings.push_back(def);
+    }
+    const struct {
+        std::vector<setting_pair> given;
+        std::map<std::string, std::string> expected;  // "!" + text: the error
+    } cases[] = {
+        {{{"port", "1"}}, {{"credentials.connection_mqtt.port", "1"}}},
+        {{{"connection_mqtt.port", "2"}}, {{"credentials.connection_mqtt.port", "2"}}},
+        {{{"server", "b"}}, {{"host", "b"}}},
+        {{{"tls.active", "yes"}}, {{"credentials.tls.active", "yes"}}},
+        {{{"active", "yes"}},
+         {{"!",
+           "setting \"active\" is ambiguous for k; write one of "
+           "credentials.user_credentials.active, credentials.tls.active (from --set)"}}},
+        {{{"ort", "1"}},
+         {{"!",
+           "unknown setting \"ort\" for k (from --set); did you mean "
+           "\"credentials.connection_mqtt.port\"?"}}},
+        {{{"user", "probe"}},
+         {{"credentials.user_credentials.user", "probe"},
+          {"credentials.user_credentials.active", "yes"}}},
+        {{{"user", "probe"}, {"user_credentials.active", "no"}},
+         {{"credentials.user_credentials.active", "no"}}},
+        {{{"user", ""}}, {{"credentials.user_credentials.active", ""}}},
+    };
+    for (const auto& c : cases) {
+        settings_map values;
+        const auto error = error_of([&] {
+            values = resolve_settings(schema, {{"--set", c.given}});
+        });
+        for (const auto& [key, value] : c.expected) {
+            if (key == "!") {
+                EXPECT_EQ(error, value);
+            } else {
+                EXPECT_EQ(values[key], value) << key;
+            }
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // tavo-probe with the real libMQTT.so against a local mosquitto.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -68,6 +69,11 @@ TEST_F(system_test,
         const auto sent = probe_test::run(at_broker(
             {"notify", "--target", "sys/boiler", "--message", R"({"temperature": 21.5})"}));
         ASSERT_EQ(sent.exit_code, 0) << sent.err << sent.out;
+        // A delivered notification keeps its own log lines for --log-level 7.
+        EXPECT_EQ(sent.out.find("send_notification"), std::string::npos) << sent.out;
+        const auto told = probe_test::run(at_broker(
+            {"--log-level", "7", "notify", "--json", "--target", "sys/other", "--message", "x"}));
+        EXPECT_FALSE(told.json_lines().at(0)["lines"].empty()) << told.out;
         EXPECT_TRUE(running.wait_for_output("\"value\":21.5"));
         running.signal(SIGTERM);
         const auto o = running.finish();
@@ -368,6 +374,34 @@ TEST(system_demo_test, the_demo_shows_every_sensor_the_check_and_the_notificatio
                              "check_result", "notification_response"}) {
         EXPECT_GE(good[kind], 1) << kind << "\n" << o.out << o.err;
     }
+}
+
+// Quitting at once must not leave an anonymous broker listening, nor its files.
+TEST(system_demo_test, a_second_signal_still_stops_the_broker_and_removes_its_directory) {
+    const probe_test::scratch temp;
+    const char* old = std::getenv("TMPDIR");
+    const std::string saved = old != nullptr ? old : "";
+    setenv("TMPDIR", temp.path("").c_str(), 1);
+    probe_test::child demo({"demo", "--json"});
+    old != nullptr ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    ASSERT_TRUE(demo.wait_for_output("\"scan_result\""));
+    ASSERT_FALSE(std::filesystem::is_empty(temp.path("")));
+    // Two different signals: two of one kind may merge into one before they are taken.
+    demo.signal(SIGINT);
+    demo.signal(SIGTERM);
+    const auto o = demo.finish();
+    EXPECT_EQ(o.exit_code, 130) << o.err;
+    std::smatch port;
+    ASSERT_TRUE(std::regex_search(o.err, port, std::regex("listening on 127.0.0.1:(\\d+)")));
+    EXPECT_TRUE(std::filesystem::is_empty(temp.path(""))) << "left behind in " << temp.path("");
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port[1])));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_NE(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0)
+        << "the broker still listens";
+    close(fd);
 }
 
 }  // namespace
