@@ -172,8 +172,8 @@ TEST_F(client_faults, a_frozen_broker_is_noticed_and_an_idle_one_is_not) {
     ASSERT_TRUE(ts::eventually([&] { return watched->is_connected(); }, 20s));
 }
 
-// A peer that accepts TCP and never answers fails the first attempt with the connect timeout;
-// with reconnecting the client is made anyway and scans report that timeout.
+// A peer that accepts TCP and never answers fails the first attempt with the connect timeout,
+// naming the address; with reconnecting the client is made anyway and scans report that.
 TEST_F(client_faults, a_silent_peer_fails_the_connect_with_a_timeout) {
     ts::mosquitto_broker broker;
     auto proxy = std::make_unique<ts::fault_proxy>(broker.host(), static_cast<int>(broker.port()));
@@ -181,12 +181,35 @@ TEST_F(client_faults, a_silent_peer_fails_the_connect_with_a_timeout) {
     auto s = settings_for(proxy->port(), "silent");
     s.connection.connect_timeout = 1;
     s.session.automatic_reconnect = false;
-    EXPECT_THROW_KEY(make(s), "error.tcp_connection_timeout");
+    try {
+        make(s);
+        ADD_FAILURE() << "connected to a silent peer";
+    } catch (const mqtt::exceptions::tcp_connection_timeout& e) {
+        EXPECT_EQ(e.message().key(), "error.no_answer_at");
+        EXPECT_EQ(e.message().args(),
+                  (std::vector<std::string>{"127.0.0.1:" + std::to_string(proxy->port()), "1"}));
+    }
     s.session.automatic_reconnect = true;
     auto client = make(s);
-    EXPECT_EQ(scan_key(*client), "error.tcp_connection_timeout");
+    EXPECT_EQ(scan_key(*client), "error.no_answer_at");
     client.reset();
     proxy.reset();
+    EXPECT_TRUE(no_thread_left());
+}
+
+// An unknown host is named as such, not as a generic failure.
+TEST_F(client_faults, an_unresolvable_host_is_named) {
+    for (const bool reconnecting : {false, true}) {
+        auto s = settings_for(1883, "named");
+        s.session.automatic_reconnect = reconnecting;
+        s.connection.host = "no-such-host.invalid";
+        try {
+            EXPECT_EQ(scan_key(*make(s)), "error.host_not_found");
+        } catch (const mqtt::exceptions::host_not_found& e) {
+            EXPECT_FALSE(reconnecting);
+            EXPECT_EQ(e.message().args(), std::vector<std::string>{"no-such-host.invalid"});
+        }
+    }
     EXPECT_TRUE(no_thread_left());
 }
 

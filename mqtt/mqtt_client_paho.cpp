@@ -2,6 +2,9 @@
 
 #include <MQTTAsync.h>
 
+#include <netdb.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <climits>
 
@@ -37,6 +40,37 @@ constexpr auto teardown_budget = 1500ms;
 constexpr auto unresponsive_probe = 200ms;
 // A shorter keep-alive risks false losses between the library's 1 s receive rounds.
 constexpr std::uint64_t min_keep_alive = 2;
+
+// The library's failure code for a subscription the broker refused (its SUBACK return code).
+constexpr int subscription_refused_code = 0x80;
+// Enough of the TLS library's queue to name the reason.
+constexpr std::size_t max_tls_errors = 512;
+
+// The reason of one line of the TLS library's error queue
+// ("<thread>:error:<code>:<library>:<function>:<reason>:<file>:<line>:<data>"), with its data.
+std::string tls_reason(const std::string& line) {
+    std::vector<std::string> fields;
+    std::size_t start = 0;
+    for (std::size_t colon;
+         (colon = line.find(':', start)) != std::string::npos && fields.size() < 8;
+         start = colon + 1) {
+        fields.push_back(line.substr(start, colon - start));
+    }
+    if (fields.size() < 8 || fields[1] != "error" || fields[5].empty()) {
+        return line;
+    }
+    const std::string data = line.substr(start);
+    return fields[5] + (data.empty() ? "" : " (" + data + ")");
+}
+
+bool resolves(const std::string& host) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int rc = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    if (found != nullptr) ::freeaddrinfo(found);
+    return rc == 0;
+}
 
 // The reconnect thread's requests end at once when destruction starts.
 thread_local bool on_reconnect_thread = false;
@@ -135,9 +169,16 @@ mqtt_client_paho::mqtt_client_paho(
                                 .count();
         try {
             first_attempt.get();
-        } catch (const std::exception& e) {
-            log(severity::error, std::string("Initial connection attempt failed: ") + e.what());
-            throw;
+        } catch (...) {
+            const auto failure = explain_failure(std::current_exception());
+            log(severity::error, "Initial connection attempt failed: " + failure_text(failure));
+            std::rethrow_exception(failure);
+        }
+        if (const auto failure = last_failure()) {
+            // Made anyway; the reconnect thread may have a newer failure by now.
+            const auto explained = explain_failure(failure);
+            std::lock_guard lock(failure_mutex_);
+            if (last_failure_ == failure) last_failure_ = explained;
         }
     } catch (...) {
         shutdown();
@@ -297,6 +338,47 @@ bool mqtt_client_paho::is_connected() const {
     return handle_ != nullptr && MQTTAsync_isConnected(handle_) != 0;
 }
 
+std::exception_ptr mqtt_client_paho::explain_failure(std::exception_ptr failure) const {
+    const std::string address =
+        settings_.connection.host + ":" + std::to_string(settings_.connection.port);
+    try {
+        std::rethrow_exception(failure);
+    } catch (const exceptions::tcp_connection_timeout&) {
+        return std::make_exception_ptr(exceptions::tcp_connection_timeout(
+            messages::no_answer_at()(address, std::to_string(connect_timeout_.count()))));
+    } catch (const exceptions::tcp_tls_connect_failure&) {
+    } catch (const exceptions::client_failure& e) {
+        if (typeid(e) != typeid(exceptions::client_failure)) return failure;  // a refusal
+    } catch (...) {
+        return failure;
+    }
+    std::string tls_errors;
+    {
+        std::lock_guard lock(failure_mutex_);
+        tls_errors = tls_errors_;
+    }
+    if (!resolves(settings_.connection.host)) {
+        return std::make_exception_ptr(
+            exceptions::host_not_found(messages::host_not_found()(settings_.connection.host)));
+    }
+    if (settings_.tls.use_tls && !tls_errors.empty()) {
+        return std::make_exception_ptr(
+            exceptions::tcp_tls_connect_failure(messages::tls_failure_at()(address, tls_errors)));
+    }
+    return failure;
+}
+
+void mqtt_client_paho::note_tls_error(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    if (text.empty()) return;
+    log(severity::error, "TLS error: " + text);
+    const auto reason = tls_reason(text);
+    std::lock_guard lock(failure_mutex_);
+    if (tls_errors_.size() < max_tls_errors && tls_errors_.find(reason) == std::string::npos) {
+        tls_errors_ += (tls_errors_.empty() ? "" : "; ") + reason;
+    }
+}
+
 std::exception_ptr mqtt_client_paho::last_failure() const {
     std::lock_guard lock(failure_mutex_);
     return last_failure_;
@@ -394,14 +476,13 @@ void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
     auto failure = exceptions::map_failure(code, text);
     if (!first_attempt_pending_.exchange(false)) {
         {
-            // Recorded before the reconnect thread learns of it, so its next scan sees it.
+            // Explained and recorded by the reconnect thread, off the library's thread.
             std::lock_guard lock(reconnect_mutex_);
-            record_failure(failure);
+            attempt_failure_ = failure;
             attempt_decided_ = true;
             attempt_succeeded_ = false;
         }
         reconnect_wake_.notify_all();
-        log(severity::warning, "Connection attempt failed: " + failure_text(failure));
         return;
     }
     if (automatic_reconnect_) {
@@ -474,6 +555,10 @@ bool mqtt_client_paho::reconnect_once() {
         reconnect_wake_requested_ = false;
     }
     if (!is_connected()) {
+        {
+            std::lock_guard lock(failure_mutex_);
+            tls_errors_.clear();
+        }
         // A fresh connect each time: the library forgets the handlers of an earlier connect
         // once it is decided, so reconnecting through it would never report an outcome.
         check_return_code(MQTTAsync_connect(handle_, &options_->connect),
@@ -489,7 +574,12 @@ bool mqtt_client_paho::reconnect_once() {
             throw exceptions::tcp_connection_timeout(messages::tcp_connection_timeout());
         }
         if (!attempt_succeeded_) {
-            return false;  // reported by the failure handler
+            const auto raw = attempt_failure_;
+            lock.unlock();
+            const auto failure = explain_failure(raw);
+            record_failure(failure);
+            log(severity::warning, "Connection attempt failed: " + failure_text(failure));
+            return false;
         }
     }
     resubscribe_all();
@@ -614,7 +704,16 @@ void mqtt_client_paho::subscribe_at_broker(const std::string& filter) {
     const int rc = MQTTAsync_subscribe(handle_, filter.c_str(), 2, &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_subscribe()");
-    synchronize_call(request.options.token, *state, "subscribe to '" + filter + "'");
+    try {
+        synchronize_call(request.options.token, *state, "subscribe to '" + filter + "'");
+    } catch (const exceptions::client_failure&) {
+        std::lock_guard lock(state->mutex);
+        if (!state->done || state->code != subscription_refused_code) throw;
+        log(severity::error,
+            "Error: " + server_uri_ + " refused the subscription to '" + filter + "'");
+        throw exceptions::subscription_refused(messages::subscription_refused()(
+            settings_.connection.host + ":" + std::to_string(settings_.connection.port), filter));
+    }
 }
 
 void mqtt_client_paho::unsubscribe_at_broker(const std::string& filter) {
@@ -958,11 +1057,7 @@ void paho_callbacks::on_delivery_complete(void* context, MQTTAsync_token token) 
 
 int paho_callbacks::on_ssl_error(const char* text, std::size_t length, void* context) noexcept {
     callback_scope(context).run("on_ssl_error", [&](mqtt_client_paho& client) {
-        std::string line = text != nullptr ? std::string(text, length) : std::string();
-        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-        if (!line.empty()) {
-            client.log(severity::error, "TLS error: " + line);
-        }
+        client.note_tls_error(text != nullptr ? std::string(text, length) : std::string());
     });
     return 1;  // go on with the next queued error
 }

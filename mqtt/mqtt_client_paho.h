@@ -112,6 +112,10 @@ class mqtt_client_paho final : public mqtt_client_interface {
     bool reconnect_once();
     bool wait_backoff(std::chrono::milliseconds wait);
     void record_failure(std::exception_ptr failure);
+    // The library's connect failure made specific: the TLS library's reason, an unresolvable
+    // host, the broker's address. Not for library threads: it may resolve the host name.
+    std::exception_ptr explain_failure(std::exception_ptr failure) const;
+    void note_tls_error(std::string text);
     // The wait for one broker request: the connect timeout, or less while tearing down.
     std::chrono::milliseconds request_wait() const;
     // Waits until the request completes or its wait passes (exceptions::timeout); throws its
@@ -154,8 +158,9 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // A loss reported while a reconnect runs: that reconnect goes round once more.
     bool loss_pending_ = false;  // guarded by reconnect_mutex_
     // Outcome of the reconnect thread's own connect attempt.
-    bool attempt_decided_ = false;    // guarded by reconnect_mutex_
-    bool attempt_succeeded_ = false;  // guarded by reconnect_mutex_
+    bool attempt_decided_ = false;        // guarded by reconnect_mutex_
+    bool attempt_succeeded_ = false;      // guarded by reconnect_mutex_
+    std::exception_ptr attempt_failure_;  // guarded by reconnect_mutex_; as the library said
     // Set once a request timed out; the next requests probe briefly until the broker answers.
     std::atomic<bool> broker_unresponsive_{false};
     // Teardown's end for the requests it still makes (steady clock ticks; 0: not tearing down).
@@ -163,6 +168,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
 
     mutable std::mutex failure_mutex_;
     std::exception_ptr last_failure_;  // guarded by failure_mutex_
+    std::string tls_errors_;           // guarded by failure_mutex_; of the current attempt
 
     // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across
     // their broker round trips. Recursive: the latter two call the former.

@@ -196,7 +196,7 @@ TEST_F(sensors_e2e, connect_check_with_credentials_and_tls) {
         {"no password", port(secured), {}, false, "error.not_authorized"},
         {"TLS verified", port(tls), verified, true, ""},
         {"TLS unverified", port(tls), {{"credentials.tls.active", "yes"}}, true, ""},
-        {"TLS wrong CA", port(tls), other_ca, false, "error.tcp_tls_connect_failure"},
+        {"TLS wrong CA", port(tls), other_ca, false, "error.tls_failure_at"},
         {"TLS without CA",
          port(tls),
          {{"credentials.tls.active", "yes"}, {"credentials.tls.server_auth_active", "yes"}},
