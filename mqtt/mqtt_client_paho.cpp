@@ -167,18 +167,23 @@ mqtt_client_paho::mqtt_client_paho(
         connect_duration_ = std::chrono::duration_cast<std::chrono::milliseconds>(
                                 std::chrono::steady_clock::now() - start)
                                 .count();
+        failure_maker raw;
+        {
+            std::lock_guard lock(reconnect_mutex_);
+            raw = attempt_failure_;
+        }
         try {
             first_attempt.get();
         } catch (...) {
-            const auto failure = explain_failure(std::current_exception());
+            const auto failure = raw ? explain_failure(raw)() : std::current_exception();
             log(severity::error, "Initial connection attempt failed: " + failure_text(failure));
             std::rethrow_exception(failure);
         }
-        if (const auto failure = last_failure()) {
-            // Made anyway; the reconnect thread may have a newer failure by now.
-            const auto explained = explain_failure(failure);
+        if (raw) {
+            // Made anyway; the reconnect thread may have recorded a newer failure by now.
+            auto explained = explain_failure(raw);
             std::lock_guard lock(failure_mutex_);
-            if (last_failure_ == failure) last_failure_ = explained;
+            if (failure_serial_ == first_failure_serial_) last_failure_ = std::move(explained);
         }
     } catch (...) {
         shutdown();
@@ -338,14 +343,17 @@ bool mqtt_client_paho::is_connected() const {
     return handle_ != nullptr && MQTTAsync_isConnected(handle_) != 0;
 }
 
-std::exception_ptr mqtt_client_paho::explain_failure(std::exception_ptr failure) const {
+mqtt_client_paho::failure_maker mqtt_client_paho::explain_failure(
+    const failure_maker& failure) const {
     const std::string address =
         settings_.connection.host + ":" + std::to_string(settings_.connection.port);
     try {
-        std::rethrow_exception(failure);
+        std::rethrow_exception(failure());
     } catch (const exceptions::tcp_connection_timeout&) {
-        return std::make_exception_ptr(exceptions::tcp_connection_timeout(
-            messages::no_answer_at()(address, std::to_string(connect_timeout_.count()))));
+        return [address, seconds = std::to_string(connect_timeout_.count())] {
+            return std::make_exception_ptr(
+                exceptions::tcp_connection_timeout(messages::no_answer_at()(address, seconds)));
+        };
     } catch (const exceptions::tcp_tls_connect_failure&) {
     } catch (const exceptions::client_failure& e) {
         if (typeid(e) != typeid(exceptions::client_failure)) return failure;  // a refusal
@@ -358,12 +366,16 @@ std::exception_ptr mqtt_client_paho::explain_failure(std::exception_ptr failure)
         tls_errors = tls_errors_;
     }
     if (!resolves(settings_.connection.host)) {
-        return std::make_exception_ptr(
-            exceptions::host_not_found(messages::host_not_found()(settings_.connection.host)));
+        return [host = settings_.connection.host] {
+            return std::make_exception_ptr(
+                exceptions::host_not_found(messages::host_not_found()(host)));
+        };
     }
     if (settings_.tls.use_tls && !tls_errors.empty()) {
-        return std::make_exception_ptr(
-            exceptions::tcp_tls_connect_failure(messages::tls_failure_at()(address, tls_errors)));
+        return [address, tls_errors] {
+            return std::make_exception_ptr(exceptions::tcp_tls_connect_failure(
+                messages::tls_failure_at()(address, tls_errors)));
+        };
     }
     return failure;
 }
@@ -381,12 +393,13 @@ void mqtt_client_paho::note_tls_error(std::string text) {
 
 std::exception_ptr mqtt_client_paho::last_failure() const {
     std::lock_guard lock(failure_mutex_);
-    return last_failure_;
+    return last_failure_ ? last_failure_() : nullptr;
 }
 
-void mqtt_client_paho::record_failure(std::exception_ptr failure) {
+std::uint64_t mqtt_client_paho::record_failure(failure_maker failure) {
     std::lock_guard lock(failure_mutex_);
     last_failure_ = std::move(failure);
+    return ++failure_serial_;
 }
 
 std::string mqtt_client_paho::get_client_id() const {
@@ -473,21 +486,25 @@ void mqtt_client_paho::handle_connected(std::string_view cause) {
 }
 
 void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
-    auto failure = exceptions::map_failure(code, text);
-    if (!first_attempt_pending_.exchange(false)) {
-        {
-            // Explained and recorded by the reconnect thread, off the library's thread.
-            std::lock_guard lock(reconnect_mutex_);
-            attempt_failure_ = failure;
-            attempt_decided_ = true;
-            attempt_succeeded_ = false;
-        }
+    failure_maker failure = [code, text = std::string(text)] {
+        return exceptions::map_failure(code, text);
+    };
+    const bool first = first_attempt_pending_.exchange(false);
+    {
+        // Explained and recorded off the library's thread: by the reconnect thread, or by the
+        // constructor for the first attempt.
+        std::lock_guard lock(reconnect_mutex_);
+        attempt_failure_ = failure;
+        attempt_decided_ = !first;
+        attempt_succeeded_ = false;
+    }
+    if (!first) {
         reconnect_wake_.notify_all();
         return;
     }
     if (automatic_reconnect_) {
         // Made anyway: the sensor comes up, reports this failure and waits for the broker.
-        record_failure(failure);
+        first_failure_serial_ = record_failure(failure);
         try {
             start_reconnect_thread();
         } catch (...) {
@@ -496,13 +513,14 @@ void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
         }
         first_attempt_.set_value();
     } else {
-        first_attempt_.set_exception(failure);
+        first_attempt_.set_exception(failure());
     }
 }
 
 void mqtt_client_paho::handle_connection_lost(std::string_view cause) {
-    record_failure(
-        std::make_exception_ptr(exceptions::connection_lost(messages::connection_lost())));
+    record_failure([] {
+        return std::make_exception_ptr(exceptions::connection_lost(messages::connection_lost()));
+    });
     log(severity::info,
         "Connection lost" + (cause.empty() ? std::string() : " - Cause: " + std::string(cause)));
     if (automatic_reconnect_) {
@@ -576,9 +594,9 @@ bool mqtt_client_paho::reconnect_once() {
         if (!attempt_succeeded_) {
             const auto raw = attempt_failure_;
             lock.unlock();
-            const auto failure = explain_failure(raw);
-            record_failure(failure);
-            log(severity::warning, "Connection attempt failed: " + failure_text(failure));
+            auto failure = explain_failure(raw);
+            log(severity::warning, "Connection attempt failed: " + failure_text(failure()));
+            record_failure(std::move(failure));
             return false;
         }
     }
@@ -601,8 +619,13 @@ void mqtt_client_paho::do_reconnect() {
                     return;
                 }
             }
+        } catch (const libi18n::i18n_exception& e) {
+            // Kept by its message: the caught object stays on this thread.
+            record_failure([message = e.message()] {
+                return std::make_exception_ptr(exceptions::client_failure(message));
+            });
+            log(severity::warning, std::string("Reconnect failed: ") + e.what());
         } catch (const std::exception& e) {
-            record_failure(std::current_exception());
             log(severity::warning, std::string("Reconnect failed: ") + e.what());
         } catch (...) {
             log(severity::warning, "Reconnect failed: undefined exception");

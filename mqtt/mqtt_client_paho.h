@@ -111,10 +111,13 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // when it ended connected; throws what failed.
     bool reconnect_once();
     bool wait_backoff(std::chrono::milliseconds wait);
-    void record_failure(std::exception_ptr failure);
+    // Failures are kept as makers: each reader gets an exception object of its own, as one
+    // object rethrown on several threads would be shared without any lock.
+    using failure_maker = std::function<std::exception_ptr()>;
+    std::uint64_t record_failure(failure_maker failure);
     // The library's connect failure made specific: the TLS library's reason, an unresolvable
     // host, the broker's address. Not for library threads: it may resolve the host name.
-    std::exception_ptr explain_failure(std::exception_ptr failure) const;
+    failure_maker explain_failure(const failure_maker& failure) const;
     void note_tls_error(std::string text);
     // The wait for one broker request: the connect timeout, or less while tearing down.
     std::chrono::milliseconds request_wait() const;
@@ -158,17 +161,19 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // A loss reported while a reconnect runs: that reconnect goes round once more.
     bool loss_pending_ = false;  // guarded by reconnect_mutex_
     // Outcome of the reconnect thread's own connect attempt.
-    bool attempt_decided_ = false;        // guarded by reconnect_mutex_
-    bool attempt_succeeded_ = false;      // guarded by reconnect_mutex_
-    std::exception_ptr attempt_failure_;  // guarded by reconnect_mutex_; as the library said
+    bool attempt_decided_ = false;    // guarded by reconnect_mutex_
+    bool attempt_succeeded_ = false;  // guarded by reconnect_mutex_
+    failure_maker attempt_failure_;   // guarded by reconnect_mutex_; as the library said
     // Set once a request timed out; the next requests probe briefly until the broker answers.
     std::atomic<bool> broker_unresponsive_{false};
     // Teardown's end for the requests it still makes (steady clock ticks; 0: not tearing down).
     std::atomic<std::chrono::steady_clock::rep> teardown_deadline_{0};
 
     mutable std::mutex failure_mutex_;
-    std::exception_ptr last_failure_;  // guarded by failure_mutex_
-    std::string tls_errors_;           // guarded by failure_mutex_; of the current attempt
+    failure_maker last_failure_;              // guarded by failure_mutex_
+    std::uint64_t failure_serial_ = 0;        // guarded by failure_mutex_; counts record_failure
+    std::uint64_t first_failure_serial_ = 0;  // set before the first attempt's promise
+    std::string tls_errors_;                  // guarded by failure_mutex_; of the current attempt
 
     // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across
     // their broker round trips. Recursive: the latter two call the former.
