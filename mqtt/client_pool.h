@@ -11,9 +11,10 @@ namespace corvanis::monitoring_modules::mqtt {
 
 // The one way a sensor, the check or the notification gets a client: the live client for equal
 // settings, or a new one from the factory registered for mqtt_client_interface
-// (make_client_factory). Serialised by the container, including a new client's first connection
-// attempt. A client whose users have all gone is never revived: later acquisitions for its
-// settings each get a client of their own.
+// (make_client_factory). Acquisitions for other settings run in parallel; equal settings wait
+// for a new client's first connection attempt and share its outcome. The pool drops its copy of
+// the settings with the client. A client whose users have all gone is never revived: later
+// acquisitions for its settings each get a client of their own.
 //
 // `log` receives the client's lines of severity <= `threshold`, from a new client's first
 // connection attempt on, and then the three usage lines (client id, live clients, filters in

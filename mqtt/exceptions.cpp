@@ -37,7 +37,11 @@ std::vector<const libi18n::i18n_msg*> all() {
             &mqttasync_wrong_mqtt_version(),
             &server_authentication_activated_but_ca_is_empty(),
             &client_authentication_activated_but_certificate_is_empty(),
-            &timeout()};
+            &timeout(),
+            &tls_failure_at(),
+            &host_not_found(),
+            &no_answer_at(),
+            &subscription_refused()};
 }
 }  // namespace messages
 

@@ -57,6 +57,11 @@ MQTT_MSG(server_authentication_activated_but_ca_is_empty,
 MQTT_MSG(client_authentication_activated_but_certificate_is_empty,
          "Client Authentification is activated, but client certificate is empty.")
 MQTT_MSG(timeout, "Timeout. %0:s")
+// Connection failures that name the broker (host:port) and the reason.
+MQTT_MSG(tls_failure_at, "The TLS connection to %0:s failed: %1:s")
+MQTT_MSG(host_not_found, "The host name '%0:s' could not be resolved.")
+MQTT_MSG(no_answer_at, "%0:s did not acknowledge the connection within %1:s seconds.")
+MQTT_MSG(subscription_refused, "The broker at %0:s refused the subscription to '%1:s'.")
 #undef MQTT_MSG
 
 // Every definition above, for catalogue checks. client_failure carries the library's own
@@ -105,6 +110,8 @@ MQTT_EXCEPTION(mqttasync_0_len_will_topic, client_failure)
 // Network failures, told apart by the library's text.
 MQTT_EXCEPTION(tcp_tls_connect_failure, client_failure)
 MQTT_EXCEPTION(tcp_connection_timeout, client_failure)
+MQTT_EXCEPTION(host_not_found, client_failure)
+MQTT_EXCEPTION(subscription_refused, client_failure)
 
 // Publishing.
 MQTT_EXCEPTION(could_not_publish_not_connected, mqtt_failure)

@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "liblog/log_interface.h"
+#include "mqtt/exceptions.h"
 
 namespace corvanis::monitoring_modules::mqtt {
 
@@ -49,12 +51,13 @@ class mqtt_client_interface {
 
     // Registers the subscription under its filter and subscribes at the broker (QoS 2),
     // or, while disconnected, after the next reconnect. Empty pointers are ignored.
-    // Blocks until the broker answers; throws the mapped client_failure.
+    // subscribe, unsubscribe and publish wait for the broker at most the connect timeout, then
+    // throw exceptions::timeout; other failures throw the mapped client_failure.
     virtual void subscribe(const std::shared_ptr<topic_subscription_interface>& subscription) = 0;
     // Unsubscribes at the broker when this was the filter's last subscription.
     virtual void unsubscribe(const std::shared_ptr<topic_subscription_interface>& subscription) = 0;
-    // Blocks until the library completes the request. Throws could_not_publish_not_connected,
-    // message_too_long (payload over 256 MiB) or the mapped client_failure.
+    // Waits until the library completes the request. Throws could_not_publish_not_connected,
+    // message_too_long (payload over 256 MiB), timeout or the mapped client_failure.
     virtual void publish(const std::string& topic, const std::string& payload,
                          const quality_of_service& qos, bool retained) = 0;
 
@@ -63,6 +66,17 @@ class mqtt_client_interface {
     // Milliseconds the initial connection attempt took; -1 until measured.
     virtual std::int64_t get_connect_duration() const = 0;
     virtual bool is_connected() const = 0;
+    // Why the client is not connected: the typed failure of its last connection attempt
+    // (not_authorized, tcp_tls_connect_failure, ...) or connection_lost after a loss. Empty
+    // while nothing has failed.
+    virtual std::exception_ptr last_failure() const { return nullptr; }
+    // For scans: returns when connected, else throws last_failure() (connection_lost when
+    // there is none).
+    void throw_if_disconnected() const {
+        if (is_connected()) return;
+        if (const auto failure = last_failure()) std::rethrow_exception(failure);
+        throw exceptions::connection_lost(messages::connection_lost());
+    }
     // The effective id, random suffix included.
     virtual std::string get_client_id() const = 0;
     // Distinct topic filters registered.

@@ -2,6 +2,9 @@
 
 #include <MQTTAsync.h>
 
+#include <netdb.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <climits>
 
@@ -22,6 +25,65 @@ std::atomic<std::uint32_t> live_clients{0};
 
 int clamp_to_int(std::uint64_t value) {
     return static_cast<int>(std::min<std::uint64_t>(value, INT_MAX));
+}
+
+// Longer waits than a day mean "very long" to an operator, and keep every deadline built on
+// them far from the clock's limits. 0 is the shortest wait that works: one second.
+std::chrono::seconds clamp_timeout(std::uint64_t seconds) {
+    return std::chrono::seconds(std::clamp<std::uint64_t>(seconds, 1, 86400));
+}
+
+// Room for the library's own connect timeout to fire before ours does.
+constexpr auto first_attempt_margin = 5s;
+// Teardown's budget for unsubscribing and disconnecting, whatever the broker does.
+constexpr auto teardown_budget = 1500ms;
+// How long a request waits while an earlier one has timed out and nothing came since.
+constexpr auto unresponsive_probe = 200ms;
+// A shorter keep-alive risks false losses between the library's 1 s receive rounds.
+constexpr std::uint64_t min_keep_alive = 2;
+
+// The library's failure code for a subscription the broker refused (its SUBACK return code).
+constexpr int subscription_refused_code = 0x80;
+// Enough of the TLS library's queue to name the reason.
+constexpr std::size_t max_tls_errors = 512;
+
+// The reason of one line of the TLS library's error queue
+// ("<thread>:error:<code>:<library>:<function>:<reason>:<file>:<line>:<data>"), with its data.
+std::string tls_reason(const std::string& line) {
+    std::vector<std::string> fields;
+    std::size_t start = 0;
+    for (std::size_t colon;
+         (colon = line.find(':', start)) != std::string::npos && fields.size() < 8;
+         start = colon + 1) {
+        fields.push_back(line.substr(start, colon - start));
+    }
+    if (fields.size() < 8 || fields[1] != "error" || fields[5].empty()) {
+        return line;
+    }
+    const std::string data = line.substr(start);
+    return fields[5] + (data.empty() ? "" : " (" + data + ")");
+}
+
+bool resolves(const std::string& host) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int rc = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    if (found != nullptr) ::freeaddrinfo(found);
+    return rc == 0;
+}
+
+// The reconnect thread's requests end at once when destruction starts.
+thread_local bool on_reconnect_thread = false;
+
+std::string failure_text(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& e) {
+        return e.what();
+    } catch (...) {
+        return "unknown failure";
+    }
 }
 
 std::string text_or_empty(const char* text) {
@@ -56,6 +118,7 @@ mqtt_client_paho::mqtt_client_paho(
       reconnect_(std::move(reconnect)),
       log_(std::make_shared<liblog::multiplex_logger>()),
       options_(std::make_unique<connect_options>()),
+      connect_timeout_(clamp_timeout(settings_.connection.connect_timeout)),
       automatic_reconnect_(settings_.session.automatic_reconnect) {
     if (reconnect_.backoff.empty()) {
         reconnect_.backoff = reconnect_options{}.backoff;
@@ -101,15 +164,27 @@ mqtt_client_paho::mqtt_client_paho(
         check_return_code(MQTTAsync_connect(handle_, &options_->connect),
                           "in method MQTTAsync_connect()");
         log(severity::debug, "Wait for initial connection attempt.");
-        first_attempt.wait();  // bounded by the library's connect timeout
+        wait_for_first_attempt(first_attempt);
         connect_duration_ = std::chrono::duration_cast<std::chrono::milliseconds>(
                                 std::chrono::steady_clock::now() - start)
                                 .count();
+        failure_maker raw;
+        {
+            std::lock_guard lock(reconnect_mutex_);
+            raw = attempt_failure_;
+        }
         try {
             first_attempt.get();
-        } catch (const std::exception& e) {
-            log(severity::error, std::string("Initial connection attempt failed: ") + e.what());
-            throw;
+        } catch (...) {
+            const auto failure = raw ? explain_failure(raw)() : std::current_exception();
+            log(severity::error, "Initial connection attempt failed: " + failure_text(failure));
+            std::rethrow_exception(failure);
+        }
+        if (raw) {
+            // Made anyway; the reconnect thread may have recorded a newer failure by now.
+            auto explained = explain_failure(raw);
+            std::lock_guard lock(failure_mutex_);
+            if (failure_serial_ == first_failure_serial_) last_failure_ = std::move(explained);
         }
     } catch (...) {
         shutdown();
@@ -119,9 +194,28 @@ mqtt_client_paho::mqtt_client_paho(
     counted_ = true;
 }
 
+void mqtt_client_paho::wait_for_first_attempt(std::future<void>& first_attempt) {
+    // ---- the wait on the first attempt ----
+    if (first_attempt.wait_for(connect_timeout_ + first_attempt_margin) ==
+        std::future_status::ready) {
+        return;
+    }
+    // ---- end of the wait on the first attempt ----
+    // The library never decided: answer for it, so the caller is not held any longer.
+    if (!first_attempt_pending_.exchange(false)) {
+        return;  // decided just now
+    }
+    first_attempt_.set_exception(std::make_exception_ptr(
+        exceptions::tcp_connection_timeout(messages::tcp_connection_timeout())));
+}
+
 void mqtt_client_paho::configure_connect_options() {
     auto& c = options_->connect;
-    c.keepAliveInterval = clamp_to_int(settings_.session.keep_alive_interval);
+    // Bounded by the connect timeout: a silent broker is noticed after about two keep-alives.
+    const auto limit = std::max<std::uint64_t>(
+        min_keep_alive, static_cast<std::uint64_t>(connect_timeout_.count()));
+    const auto wanted = settings_.session.keep_alive_interval;
+    c.keepAliveInterval = clamp_to_int(wanted == 0 ? limit : std::min(wanted, limit));
     c.cleansession = settings_.session.clean_session ? 1 : 0;
     c.maxInflight = 65535;
     c.connectTimeout = clamp_to_int(settings_.connection.connect_timeout);
@@ -184,6 +278,8 @@ mqtt_client_paho::~mqtt_client_paho() {
 }
 
 void mqtt_client_paho::shutdown() noexcept {
+    teardown_deadline_ =
+        (std::chrono::steady_clock::now() + teardown_budget).time_since_epoch().count();
     stopping_ = true;
     std::unique_ptr<std::thread> thread;
     {
@@ -248,6 +344,65 @@ bool mqtt_client_paho::is_connected() const {
     return handle_ != nullptr && MQTTAsync_isConnected(handle_) != 0;
 }
 
+mqtt_client_paho::failure_maker mqtt_client_paho::explain_failure(
+    const failure_maker& failure) const {
+    const std::string address =
+        settings_.connection.host + ":" + std::to_string(settings_.connection.port);
+    try {
+        std::rethrow_exception(failure());
+    } catch (const exceptions::tcp_connection_timeout&) {
+        return [address, seconds = std::to_string(connect_timeout_.count())] {
+            return std::make_exception_ptr(
+                exceptions::tcp_connection_timeout(messages::no_answer_at()(address, seconds)));
+        };
+    } catch (const exceptions::tcp_tls_connect_failure&) {
+    } catch (const exceptions::client_failure& e) {
+        if (typeid(e) != typeid(exceptions::client_failure)) return failure;  // a refusal
+    } catch (...) {
+        return failure;
+    }
+    std::string tls_errors;
+    {
+        std::lock_guard lock(failure_mutex_);
+        tls_errors = tls_errors_;
+    }
+    if (!resolves(settings_.connection.host)) {
+        return [host = settings_.connection.host] {
+            return std::make_exception_ptr(
+                exceptions::host_not_found(messages::host_not_found()(host)));
+        };
+    }
+    if (settings_.tls.use_tls && !tls_errors.empty()) {
+        return [address, tls_errors] {
+            return std::make_exception_ptr(exceptions::tcp_tls_connect_failure(
+                messages::tls_failure_at()(address, tls_errors)));
+        };
+    }
+    return failure;
+}
+
+void mqtt_client_paho::note_tls_error(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    if (text.empty()) return;
+    log(severity::error, "TLS error: " + text);
+    const auto reason = tls_reason(text);
+    std::lock_guard lock(failure_mutex_);
+    if (tls_errors_.size() < max_tls_errors && tls_errors_.find(reason) == std::string::npos) {
+        tls_errors_ += (tls_errors_.empty() ? "" : "; ") + reason;
+    }
+}
+
+std::exception_ptr mqtt_client_paho::last_failure() const {
+    std::lock_guard lock(failure_mutex_);
+    return last_failure_ ? last_failure_() : nullptr;
+}
+
+std::uint64_t mqtt_client_paho::record_failure(failure_maker failure) {
+    std::lock_guard lock(failure_mutex_);
+    last_failure_ = std::move(failure);
+    return ++failure_serial_;
+}
+
 std::string mqtt_client_paho::get_client_id() const {
     return client_id_;
 }
@@ -301,6 +456,7 @@ void mqtt_client_paho::leave_callback() {
 }
 
 void mqtt_client_paho::handle_connect_success(int mqtt_version) {
+    broker_unresponsive_ = false;
     const bool first = first_attempt_pending_.exchange(false);
     try {
         log(severity::notice,
@@ -311,7 +467,14 @@ void mqtt_client_paho::handle_connect_success(int mqtt_version) {
     }
     if (first) {
         first_attempt_.set_value();
+        return;
     }
+    {
+        std::lock_guard lock(reconnect_mutex_);
+        attempt_decided_ = true;
+        attempt_succeeded_ = true;
+    }
+    reconnect_wake_.notify_all();
 }
 
 void mqtt_client_paho::handle_connected(std::string_view cause) {
@@ -324,13 +487,25 @@ void mqtt_client_paho::handle_connected(std::string_view cause) {
 }
 
 void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
-    if (!first_attempt_pending_.exchange(false)) {
-        log(severity::warning, "Connection attempt failed: code " + std::to_string(code) +
-                                   ", message: " + std::string(text));
+    failure_maker failure = [code, text = std::string(text)] {
+        return exceptions::map_failure(code, text);
+    };
+    const bool first = first_attempt_pending_.exchange(false);
+    {
+        // Explained and recorded off the library's thread: by the reconnect thread, or by the
+        // constructor for the first attempt.
+        std::lock_guard lock(reconnect_mutex_);
+        attempt_failure_ = failure;
+        attempt_decided_ = !first;
+        attempt_succeeded_ = false;
+    }
+    if (!first) {
+        reconnect_wake_.notify_all();
         return;
     }
     if (automatic_reconnect_) {
-        // Made anyway: the sensor comes up and waits for the broker.
+        // Made anyway: the sensor comes up, reports this failure and waits for the broker.
+        first_failure_serial_ = record_failure(failure);
         try {
             start_reconnect_thread();
         } catch (...) {
@@ -339,11 +514,14 @@ void mqtt_client_paho::handle_connect_failure(int code, std::string_view text) {
         }
         first_attempt_.set_value();
     } else {
-        first_attempt_.set_exception(exceptions::map_failure(code, text));
+        first_attempt_.set_exception(failure());
     }
 }
 
 void mqtt_client_paho::handle_connection_lost(std::string_view cause) {
+    record_failure([] {
+        return std::make_exception_ptr(exceptions::connection_lost(messages::connection_lost()));
+    });
     log(severity::info,
         "Connection lost" + (cause.empty() ? std::string() : " - Cause: " + std::string(cause)));
     if (automatic_reconnect_) {
@@ -357,9 +535,12 @@ void mqtt_client_paho::start_reconnect_thread() {
         return;  // being destroyed
     }
     if (reconnect_in_progress_.exchange(true)) {
+        // The running reconnect checks this before it ends, so the loss is not dropped.
+        loss_pending_ = true;
         log(severity::debug, "Reconnect already in progress.");
         return;
     }
+    loss_pending_ = false;
     std::unique_ptr<std::thread> previous;
     try {
         previous = std::exchange(reconnect_thread_, std::make_unique<std::thread>(
@@ -374,43 +555,86 @@ void mqtt_client_paho::start_reconnect_thread() {
     }
 }
 
+bool mqtt_client_paho::wait_backoff(std::chrono::milliseconds wait) {
+    if (reconnect_.on_backoff) {
+        reconnect_.on_backoff(wait);
+    }
+    std::unique_lock lock(reconnect_mutex_);
+    reconnect_wake_requested_ = false;  // a connect before the wait must not skip it
+    reconnect_wake_.wait_for(lock, wait,
+                             [this] { return !automatic_reconnect_ || reconnect_wake_requested_; });
+    return automatic_reconnect_;  // false: destruction woke us
+}
+
+bool mqtt_client_paho::reconnect_once() {
+    {
+        std::lock_guard lock(reconnect_mutex_);
+        loss_pending_ = false;  // this pass starts after it
+        attempt_decided_ = false;
+        reconnect_wake_requested_ = false;
+    }
+    if (!is_connected()) {
+        {
+            std::lock_guard lock(failure_mutex_);
+            tls_errors_.clear();
+        }
+        // A fresh connect each time: the library forgets the handlers of an earlier connect
+        // once it is decided, so reconnecting through it would never report an outcome.
+        check_return_code(MQTTAsync_connect(handle_, &options_->connect),
+                          "in method MQTTAsync_connect()");
+        std::unique_lock lock(reconnect_mutex_);
+        const bool decided =
+            reconnect_wake_.wait_for(lock, connect_timeout_ + first_attempt_margin,
+                                     [this] { return !automatic_reconnect_ || attempt_decided_; });
+        if (!automatic_reconnect_) {
+            return false;
+        }
+        if (!decided) {
+            throw exceptions::tcp_connection_timeout(messages::tcp_connection_timeout());
+        }
+        if (!attempt_succeeded_) {
+            const auto raw = attempt_failure_;
+            lock.unlock();
+            auto failure = explain_failure(raw);
+            log(severity::warning, "Connection attempt failed: " + failure_text(failure()));
+            record_failure(std::move(failure));
+            return false;
+        }
+    }
+    resubscribe_all();
+    const bool connected = is_connected();  // not under our lock: the library's may be held
+    std::lock_guard lock(reconnect_mutex_);
+    return connected && !loss_pending_;
+}
+
 void mqtt_client_paho::do_reconnect() {
+    on_reconnect_thread = true;
     log(severity::info, "Start reconnecting ...");
     std::size_t index = 0;
-    try {
-        while (automatic_reconnect_) {
-            {
+    while (automatic_reconnect_) {
+        try {
+            if (reconnect_once()) {
                 std::lock_guard lock(reconnect_mutex_);
-                reconnect_wake_requested_ = false;
+                if (!loss_pending_) {
+                    reconnect_in_progress_ = false;
+                    return;
+                }
             }
-            if (const int rc = MQTTAsync_reconnect(handle_); rc != MQTTASYNC_SUCCESS) {
-                log(severity::notice, "MQTTAsync_reconnect failed with: " + std::to_string(rc));
-            }
-            const auto wait = reconnect_.backoff[index];
-            if (reconnect_.on_backoff) {
-                reconnect_.on_backoff(wait);
-            }
-            {
-                // A successful connect cuts the wait short, so subscriptions return at once.
-                std::unique_lock lock(reconnect_mutex_);
-                reconnect_wake_.wait_for(lock, wait, [this] {
-                    return !automatic_reconnect_ || reconnect_wake_requested_;
-                });
-            }
-            if (!automatic_reconnect_) {
-                break;  // destruction woke us: no re-subscription for a client about to go
-            }
-            const bool connected = is_connected();
-            index = std::min(index + 1, reconnect_.backoff.size() - 1);
-            if (connected) {
-                resubscribe_all();
-                break;
-            }
+        } catch (const libi18n::i18n_exception& e) {
+            // Kept by its message: the caught object stays on this thread.
+            record_failure([message = e.message()] {
+                return std::make_exception_ptr(exceptions::client_failure(message));
+            });
+            log(severity::warning, std::string("Reconnect failed: ") + e.what());
+        } catch (const std::exception& e) {
+            log(severity::warning, std::string("Reconnect failed: ") + e.what());
+        } catch (...) {
+            log(severity::warning, "Reconnect failed: undefined exception");
         }
-    } catch (const std::exception& e) {
-        log(severity::error, std::string("Reconnect failed: ") + e.what());
-    } catch (...) {
-        log(severity::error, "Reconnect failed: undefined exception");
+        if (!automatic_reconnect_ || !wait_backoff(reconnect_.backoff[index])) {
+            break;  // destruction woke us: no re-subscription for a client about to go
+        }
+        index = std::min(index + 1, reconnect_.backoff.size() - 1);
     }
     reconnect_in_progress_ = false;
 }
@@ -418,24 +642,59 @@ void mqtt_client_paho::do_reconnect() {
 // ---------------------------------------------------------------------------------------------
 // Requests: subscribe, unsubscribe, publish
 
-void mqtt_client_paho::synchronize_call(int token, paho_request_state& request) {
+std::chrono::milliseconds mqtt_client_paho::request_wait() const {
+    std::chrono::milliseconds wait = broker_unresponsive_
+                                         ? std::chrono::milliseconds(unresponsive_probe)
+                                         : std::chrono::milliseconds(connect_timeout_);
+    if (const auto deadline = teardown_deadline_.load(); deadline != 0) {
+        const auto left =
+            std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(deadline)) -
+            std::chrono::steady_clock::now();
+        wait =
+            std::min(wait, std::max(std::chrono::milliseconds(0),
+                                    std::chrono::duration_cast<std::chrono::milliseconds>(left)));
+    }
+    return wait;
+}
+
+void mqtt_client_paho::synchronize_call(int token, paho_request_state& request,
+                                        const std::string& what) {
+    auto deadline = std::chrono::steady_clock::now() + request_wait();
     int code = MQTTASYNC_SUCCESS;
     std::string text;
-    while (true) {
+    bool done = false;
+    for (int slice = 1; !done; ++slice) {
         {
+            // Short slices, so that teardown starting meanwhile shortens this wait.
             std::unique_lock lock(request.mutex);
-            if (request.completed.wait_for(lock, 1000ms, [&] { return request.done; })) {
+            const auto until = std::min(deadline, std::chrono::steady_clock::now() + 100ms);
+            done = request.completed.wait_until(lock, until, [&] { return request.done; });
+            if (done) {
                 code = request.code;
                 text = request.text;
                 break;
             }
         }
-        log(severity::debug, "Waiting for async complete of token: " + std::to_string(token));
+        if (stopping_) {
+            deadline = std::min(deadline, std::chrono::steady_clock::now() + request_wait());
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            broker_unresponsive_ = true;
+            log(severity::error, "Error: no answer from " + server_uri_ + " to " + what);
+            throw exceptions::timeout(
+                messages::timeout()("No answer from " + server_uri_ + " to " + what + "."));
+        }
+        if (slice % 10 == 0) {
+            log(severity::debug, "Waiting for async complete of token: " + std::to_string(token));
+        }
         // Checked without the request's lock: the library calls our handlers holding its own.
-        if (stopping_ || (!automatic_reconnect_ && !is_connected())) {
+        if (!automatic_reconnect_ && (on_reconnect_thread || !is_connected())) {
             code = MQTTASYNC_DISCONNECTED;
             break;
         }
+    }
+    if (done) {
+        broker_unresponsive_ = false;
     }
     check_return_code(code, "in method in synchronize_call()", text);
 }
@@ -469,7 +728,16 @@ void mqtt_client_paho::subscribe_at_broker(const std::string& filter) {
     const int rc = MQTTAsync_subscribe(handle_, filter.c_str(), 2, &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_subscribe()");
-    synchronize_call(request.options.token, *state);
+    try {
+        synchronize_call(request.options.token, *state, "subscribe to '" + filter + "'");
+    } catch (const exceptions::client_failure&) {
+        std::lock_guard lock(state->mutex);
+        if (!state->done || state->code != subscription_refused_code) throw;
+        log(severity::error,
+            "Error: " + server_uri_ + " refused the subscription to '" + filter + "'");
+        throw exceptions::subscription_refused(messages::subscription_refused()(
+            settings_.connection.host + ":" + std::to_string(settings_.connection.port), filter));
+    }
 }
 
 void mqtt_client_paho::unsubscribe_at_broker(const std::string& filter) {
@@ -478,7 +746,7 @@ void mqtt_client_paho::unsubscribe_at_broker(const std::string& filter) {
     const int rc = MQTTAsync_unsubscribe(handle_, filter.c_str(), &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_unsubscribe()");
-    synchronize_call(request.options.token, *state);
+    synchronize_call(request.options.token, *state, "unsubscribe from '" + filter + "'");
 }
 
 void mqtt_client_paho::subscribe(
@@ -622,13 +890,14 @@ void mqtt_client_paho::publish(const std::string& topic, const std::string& payl
     const int rc = MQTTAsync_sendMessage(handle_, topic.c_str(), &message, &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_sendMessage()");
-    synchronize_call(request.options.token, *state);
+    synchronize_call(request.options.token, *state, "publish on '" + topic + "'");
 }
 
 // ---------------------------------------------------------------------------------------------
 // Message dispatch
 
 void mqtt_client_paho::on_message_arrived(const std::shared_ptr<const received_message>& message) {
+    broker_unresponsive_ = false;
     log(severity::debug, "Message received on topic: " + message->topic);
     struct target {
         std::shared_ptr<topic_subscription_interface> subscription;
@@ -812,11 +1081,7 @@ void paho_callbacks::on_delivery_complete(void* context, MQTTAsync_token token) 
 
 int paho_callbacks::on_ssl_error(const char* text, std::size_t length, void* context) noexcept {
     callback_scope(context).run("on_ssl_error", [&](mqtt_client_paho& client) {
-        std::string line = text != nullptr ? std::string(text, length) : std::string();
-        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-        if (!line.empty()) {
-            client.log(severity::error, "TLS error: " + line);
-        }
+        client.note_tls_error(text != nullptr ? std::string(text, length) : std::string());
     });
     return 1;  // go on with the next queued error
 }

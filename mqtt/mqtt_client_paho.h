@@ -29,8 +29,8 @@ namespace corvanis::monitoring_modules::mqtt {
 struct paho_request_state;  // one request's completion, defined with the client
 
 struct reconnect_options {
-    // Waits between reconnect attempts; the last one repeats. A successful connect ends a
-    // wait early.
+    // Waits after each failed reconnect sequence (connect, then every re-subscription); the
+    // last one repeats until the client is connected with every subscription in place.
     std::vector<std::chrono::milliseconds> backoff = {
         std::chrono::seconds(1),  std::chrono::seconds(2),  std::chrono::seconds(5),
         std::chrono::seconds(10), std::chrono::seconds(30), std::chrono::seconds(60)};
@@ -44,18 +44,21 @@ class mqtt_client_paho final : public mqtt_client_interface {
   public:
     static constexpr std::size_t max_payload_size = 268435456;  // 256 MiB, MQTT's limit
 
-    // Connects, and returns once the first attempt is decided. When it fails and
-    // automatic_reconnect is off, throws the mapped client_failure; with automatic_reconnect
-    // the client is made anyway and keeps retrying on a thread of its own. The container
+    // Connects, and returns once the first attempt is decided (at most the connect timeout plus
+    // a margin). When it fails and automatic_reconnect is off, throws the mapped client_failure;
+    // with automatic_reconnect the client is made anyway and keeps retrying on a thread of its
+    // own until connected or destroyed. The keep-alive is at most the connect timeout (at least
+    // 2 s), so a broker that stops answering is noticed within about twice that. The container
     // provides the logger service and, for a client id suffix, the random string generator
     // (a missing factory throws the container's service_container_error). Throws
     // std::system_error when the TLS material cannot be stored.
     mqtt_client_paho(mqtt_client_settings settings,
                      std::weak_ptr<libtavohelper::module::service_container> container,
                      reconnect_options reconnect = {});
-    // Stops the reconnect thread, unsubscribes every filter and disconnects when connected,
-    // destroys the library handle and removes the TLS files. Waits for running callbacks of
-    // this client, so it must not run on one of them.
+    // Stops the reconnect thread, unsubscribes every filter and disconnects when connected
+    // (within about 2 s together, whatever the broker does), destroys the library handle and
+    // removes the TLS files. Waits for running callbacks of this client, so it must not run on
+    // one of them.
     ~mqtt_client_paho() override;
 
     mqtt_client_paho(const mqtt_client_paho&) = delete;
@@ -69,6 +72,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::uint32_t get_active_client_count() const override;
     std::int64_t get_connect_duration() const override;
     bool is_connected() const override;
+    std::exception_ptr last_failure() const override;
     std::string get_client_id() const override;
     std::uint64_t get_subscribed_topic_count() const override;
     void add_logger(const std::shared_ptr<liblog::log_interface>& logger,
@@ -99,11 +103,27 @@ class mqtt_client_paho final : public mqtt_client_interface {
     void on_message_arrived(const std::shared_ptr<const received_message>& message);
     void prune_expired(const std::vector<std::string>& filters);
 
+    // Waits for the constructor's connect; the one place that blocks on the first attempt.
+    void wait_for_first_attempt(std::future<void>& first_attempt);
     void start_reconnect_thread();
     void do_reconnect();
-    // Waits, without an overall limit, until the request completes; throws its mapped failure.
-    // Gives up (mqttasync_disconnected) only when no reconnect can ever complete it.
-    void synchronize_call(int token, paho_request_state& request);
+    // One pass of the reconnect sequence: connect when disconnected, then re-subscribe. True
+    // when it ended connected; throws what failed.
+    bool reconnect_once();
+    bool wait_backoff(std::chrono::milliseconds wait);
+    // Failures are kept as makers: each reader gets an exception object of its own, as one
+    // object rethrown on several threads would be shared without any lock.
+    using failure_maker = std::function<std::exception_ptr()>;
+    std::uint64_t record_failure(failure_maker failure);
+    // The library's connect failure made specific: the TLS library's reason, an unresolvable
+    // host, the broker's address. Not for library threads: it may resolve the host name.
+    failure_maker explain_failure(const failure_maker& failure) const;
+    void note_tls_error(std::string text);
+    // The wait for one broker request: the connect timeout, or less while tearing down.
+    std::chrono::milliseconds request_wait() const;
+    // Waits until the request completes or its wait passes (exceptions::timeout); throws its
+    // mapped failure. Gives up early (mqttasync_disconnected) when no reconnect can complete it.
+    void synchronize_call(int token, paho_request_state& request, const std::string& what);
     void subscribe_at_broker(const std::string& filter);
     void unsubscribe_at_broker(const std::string& filter);
     std::vector<std::shared_ptr<topic_subscription_interface>> live_subscriptions(
@@ -127,6 +147,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::unique_ptr<connect_options> options_;
     void* handle_ = nullptr;  // MQTTAsync
 
+    std::chrono::seconds connect_timeout_;  // clamped, so waits built on it cannot overflow
     std::promise<void> first_attempt_;
     std::atomic<std::int64_t> connect_duration_{-1};
     std::atomic<bool> first_attempt_pending_{true};
@@ -137,6 +158,22 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::condition_variable reconnect_wake_;
     bool reconnect_wake_requested_ = false;          // guarded by reconnect_mutex_
     std::unique_ptr<std::thread> reconnect_thread_;  // guarded by reconnect_mutex_
+    // A loss reported while a reconnect runs: that reconnect goes round once more.
+    bool loss_pending_ = false;  // guarded by reconnect_mutex_
+    // Outcome of the reconnect thread's own connect attempt.
+    bool attempt_decided_ = false;    // guarded by reconnect_mutex_
+    bool attempt_succeeded_ = false;  // guarded by reconnect_mutex_
+    failure_maker attempt_failure_;   // guarded by reconnect_mutex_; as the library said
+    // Set once a request timed out; the next requests probe briefly until the broker answers.
+    std::atomic<bool> broker_unresponsive_{false};
+    // Teardown's end for the requests it still makes (steady clock ticks; 0: not tearing down).
+    std::atomic<std::chrono::steady_clock::rep> teardown_deadline_{0};
+
+    mutable std::mutex failure_mutex_;
+    failure_maker last_failure_;              // guarded by failure_mutex_
+    std::uint64_t failure_serial_ = 0;        // guarded by failure_mutex_; counts record_failure
+    std::uint64_t first_failure_serial_ = 0;  // set before the first attempt's promise
+    std::string tls_errors_;                  // guarded by failure_mutex_; of the current attempt
 
     // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across
     // their broker round trips. Recursive: the latter two call the former.

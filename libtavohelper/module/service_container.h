@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <typeindex>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "libtavohelper/errors.h"
 
@@ -78,10 +80,31 @@ struct instance_wrapper : instance_wrapper_base {
     std::shared_ptr<T> instance;
 };
 
-// A keyed family: the store never owns these instances, it only finds live ones.
+struct keyed_family_base {
+    virtual ~keyed_family_base() = default;
+};
+
+// A keyed family: never owns its instances, it only finds live ones. An instance's key copy
+// goes with the instance; only the key's hash stays, so that it is never revived.
 template <class T, class Key, class Hash, class Equal>
-struct instance_map_wrapper : instance_wrapper_base {
-    std::unordered_map<Key, std::weak_ptr<T>, Hash, Equal> instances;
+struct keyed_family : keyed_family_base {
+    std::mutex mutex;
+    std::unordered_map<Key, std::weak_ptr<T>, Hash, Equal> live;  // guarded by mutex
+    // Constructions under way; equal keys wait for their outcome.
+    std::unordered_map<Key, std::shared_future<std::shared_ptr<T>>, Hash, Equal>
+        pending;                              // guarded by mutex
+    std::unordered_set<std::size_t> retired;  // guarded by mutex
+
+    // Runs after an instance's destructor: forgets every key whose instance has gone.
+    void retire_expired() {
+        std::lock_guard lock(mutex);
+        std::erase_if(live, [&](const auto& entry) {
+            if (!entry.second.expired()) return false;
+            retired.insert(Hash{}(entry.first));
+            return true;
+        });
+    }
+    bool is_retired(const Key& key) const { return retired.count(Hash{}(key)) != 0; }
 };
 
 // Map from an interface type to one shared instance or to a keyed family.
@@ -118,24 +141,14 @@ class instance_store {
         return instance;
     }
 
-    template <class T, class Key, class Hash, class Equal>
-    instance_map_wrapper<T, Key, Hash, Equal>& family() {
-        using W = instance_map_wrapper<T, Key, Hash, Equal>;
-        auto& slot = instances_[std::type_index(typeid(W))];
-        if (!slot) {
-            slot = std::make_unique<W>();
-        }
-        return static_cast<W&>(*slot);
-    }
-
   private:
     std::unordered_map<std::type_index, std::unique_ptr<instance_wrapper_base>> instances_;
 };
 
 // Factories and cached services shared by the module, the dispatcher and every
-// sensor. Thread-safe. Single instances and factories sit behind one short lock;
-// keyed families behind a second one that is held across the factory call, so a
-// keyed construction (which may wait on the network) never blocks a logger lookup.
+// sensor. Thread-safe. Single instances and factories sit behind one short lock; each
+// keyed family has its own, never held across a factory call, so a keyed construction
+// (which may wait on the network) blocks neither a logger lookup nor other keys.
 class service_container {
   public:
     template <class Interface, class... Args>
@@ -185,38 +198,77 @@ class service_container {
         return made;
     }
 
-    // The live instance for an equal key, or a new one from the factory taking the
-    // key by value. Lookup and construction are serialised; a factory exception
-    // leaves nothing stored. An entry whose instance has gone is never replaced:
-    // later instances for that key are handed out unshared.
+    // The live instance for an equal key, or a new one from the factory taking the key by
+    // value. Constructions for different keys run in parallel; a request for a key whose
+    // construction is under way waits for it and shares its instance or its exception. A
+    // factory exception leaves nothing stored. A key whose instance has gone is never
+    // revived: later instances for it are handed out unshared. Only while its instance lives
+    // does the family keep a copy of a key.
     template <class T, class Key, class Hash = std::hash<Key>, class Equal = std::equal_to<void>>
     std::shared_ptr<T> acquire(const Key& key) {
-        std::lock_guard keyed(keyed_mutex_);
+        using family_type = keyed_family<T, Key, Hash, Equal>;
+        const auto family = keyed<T, Key, Hash, Equal>();
+        std::unique_lock lock(family->mutex);
+        if (const auto it = family->live.find(key); it != family->live.end()) {
+            if (auto live = it->second.lock()) {
+                return live;
+            }
+        }
+        if (const auto it = family->pending.find(key); it != family->pending.end()) {
+            const auto outcome = it->second;
+            lock.unlock();
+            return outcome.get();
+        }
+        const bool revived = family->is_retired(key) || family->live.count(key) != 0;
+        lock.unlock();
         std::function<std::unique_ptr<T>(Key)> factory;
         {
-            std::lock_guard lock(mutex_);
-            auto& map = instances_.family<T, Key, Hash, Equal>().instances;
-            if (const auto it = map.find(key); it != map.end()) {
-                if (auto live = it->second.lock()) {
-                    return live;
-                }
-            }
+            std::lock_guard services(mutex_);
             factory = factories_.get<T, Key>();
         }
-        std::shared_ptr<T> made = factory(Key(key));
-        std::lock_guard lock(mutex_);
-        instances_.family<T, Key, Hash, Equal>().instances.try_emplace(key, made);
+        if (revived) {
+            return std::shared_ptr<T>(factory(Key(key)));
+        }
+        std::promise<std::shared_ptr<T>> outcome;
+        lock.lock();
+        if (!family->pending.try_emplace(key, outcome.get_future().share()).second) {
+            const auto other = family->pending.find(key)->second;  // a racer got there first
+            lock.unlock();
+            return other.get();
+        }
+        lock.unlock();
+        std::shared_ptr<T> made;
+        try {
+            made = std::shared_ptr<T>(factory(Key(key)).release(),
+                                      [weak = std::weak_ptr<family_type>(family)](T* instance) {
+                                          delete instance;
+                                          if (const auto f = weak.lock()) f->retire_expired();
+                                      });
+        } catch (...) {
+            lock.lock();
+            family->pending.erase(key);
+            lock.unlock();
+            outcome.set_exception(std::current_exception());
+            throw;
+        }
+        lock.lock();
+        family->pending.erase(key);
+        family->live.try_emplace(key, made);
+        lock.unlock();
+        outcome.set_value(made);
         return made;
     }
 
     // The live instance for an equal key; throws instance_not_available_key otherwise.
     template <class T, class Key, class Hash = std::hash<Key>, class Equal = std::equal_to<void>>
     std::shared_ptr<T> get_keyed(const Key& key) {
-        std::lock_guard lock(mutex_);
-        auto& map = instances_.family<T, Key, Hash, Equal>().instances;
-        if (const auto it = map.find(key); it != map.end()) {
-            if (auto live = it->second.lock()) {
-                return live;
+        const auto family = keyed<T, Key, Hash, Equal>();
+        {
+            std::lock_guard lock(family->mutex);
+            if (const auto it = family->live.find(key); it != family->live.end()) {
+                if (auto live = it->second.lock()) {
+                    return live;
+                }
             }
         }
         throw utils::exceptions::service_container_error(
@@ -224,10 +276,21 @@ class service_container {
     }
 
   private:
-    mutable std::mutex mutex_;                  // guards factories_ and instances_
-    mutable std::recursive_mutex keyed_mutex_;  // serialises keyed acquisition
+    template <class T, class Key, class Hash, class Equal>
+    std::shared_ptr<keyed_family<T, Key, Hash, Equal>> keyed() {
+        using family_type = keyed_family<T, Key, Hash, Equal>;
+        std::lock_guard lock(mutex_);
+        auto& slot = families_[std::type_index(typeid(family_type))];
+        if (!slot) {
+            slot = std::make_shared<family_type>();
+        }
+        return std::static_pointer_cast<family_type>(slot);
+    }
+
+    mutable std::mutex mutex_;  // guards factories_, instances_ and families_
     factory_store factories_;
     instance_store instances_;
+    std::unordered_map<std::type_index, std::shared_ptr<keyed_family_base>> families_;
 };
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::module

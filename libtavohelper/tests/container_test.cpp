@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -90,6 +93,109 @@ TEST_F(service_container, concurrent_keyed_acquisition_builds_one_instance_per_k
         EXPECT_EQ(got[t], got[t % 2]);
         EXPECT_EQ(got[t]->key(), t % 2);
     }
+}
+
+// A factory that holds chosen keys until released, as a first connect to a dead broker does.
+struct gated_factory {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int> entered;  // guarded by mutex
+    bool open = false;         // guarded by mutex
+    bool fail_next = false;    // guarded by mutex
+    std::atomic<int> made{0};
+
+    widget_factory factory(int held, bool fail_once) {
+        fail_next = fail_once;
+        return [this, held](int key) -> std::unique_ptr<widget_interface> {
+            std::unique_lock lock(mutex);
+            entered.push_back(key);
+            changed.notify_all();
+            if (key == held) {
+                changed.wait(lock, [&] { return open; });
+                if (std::exchange(fail_next, false)) throw std::runtime_error("unreachable");
+            }
+            ++made;
+            return std::make_unique<widget>(key);
+        };
+    }
+    void wait_entered(std::size_t count) {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return entered.size() >= count; });
+    }
+    void release() {
+        std::lock_guard lock(mutex);
+        open = true;
+        changed.notify_all();
+    }
+};
+
+// Counts the comparisons of int keys, which a lookup makes only on meeting an equal hash: a
+// request that found a construction under way has compared with it.
+struct counting_equal {
+    static inline std::atomic<int> calls{0};
+    bool operator()(int a, int b) const {
+        ++calls;
+        return a == b;
+    }
+};
+
+// While one key's construction hangs, other keys are served; requests for the hanging key wait
+// for its outcome and share it, the instance or the failure alike.
+TEST(keyed_acquisition, a_hanging_construction_delays_only_its_own_key) {
+    for (const bool fails : {false, true}) {
+        SCOPED_TRACE(fails ? "failing" : "succeeding");
+        th::module::service_container c;
+        gated_factory gate;
+        c.register_factory<widget_interface, int>(gate.factory(1, fails));
+        const auto get = [&](int key) {
+            return c.acquire<widget_interface, int, std::hash<int>, counting_equal>(key);
+        };
+        auto first = std::async(std::launch::async, [&] { return get(1); });
+        gate.wait_entered(1);
+        counting_equal::calls = 0;
+        auto second = std::async(std::launch::async, [&] { return get(1); });
+        EXPECT_EQ(get(2)->key(), 2);
+        while (counting_equal::calls == 0) std::this_thread::yield();
+        gate.release();
+        if (fails) {
+            EXPECT_THROW(first.get(), std::runtime_error);
+            EXPECT_THROW(second.get(), std::runtime_error);
+            EXPECT_EQ(get(1)->key(), 1);  // nothing was stored
+        } else {
+            const auto shared = first.get();
+            EXPECT_EQ(second.get(), shared);
+        }
+        EXPECT_EQ(std::count(gate.entered.begin(), gate.entered.end(), 1), fails ? 2 : 1);
+    }
+}
+
+// A key carries what its first requester handed over (in the pool: password and logger). It
+// goes with the instance, and the key is still never revived.
+TEST(keyed_acquisition, the_key_copy_goes_with_its_instance) {
+    struct owner_key {
+        int id;
+        std::shared_ptr<int> payload;
+        bool operator==(const owner_key& other) const { return id == other.id; }
+    };
+    struct owner_hash {
+        std::size_t operator()(const owner_key& k) const { return std::hash<int>{}(k.id); }
+    };
+    th::module::service_container c;
+    c.register_factory<widget_interface, owner_key>(
+        std::function<std::unique_ptr<widget_interface>(owner_key)>(
+            [](owner_key k) { return std::make_unique<widget>(k.id); }));
+    const auto get = [&](owner_key key) {
+        return c.acquire<widget_interface, owner_key, owner_hash>(std::move(key));
+    };
+    auto payload = std::make_shared<int>(7);
+    const std::weak_ptr<int> watched = payload;
+    auto instance = get({1, std::move(payload)});
+    EXPECT_EQ(get({1, nullptr}), instance);
+    EXPECT_FALSE(watched.expired());
+    instance.reset();
+    EXPECT_TRUE(watched.expired());
+    const auto again = get({1, nullptr});
+    EXPECT_NE(get({1, nullptr}), again);
 }
 
 }  // namespace

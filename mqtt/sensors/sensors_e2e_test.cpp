@@ -103,6 +103,8 @@ TEST_F(sensors_e2e, connect_check_with_credentials_and_tls) {
         {"credentials.tls.active", "yes"},
         {"credentials.tls.server_auth_active", "yes"},
         {"credentials.tls.ca_certificate", tls.tls().ca_certificate}};
+    auto other_ca = verified;
+    other_ca["credentials.tls.ca_certificate"] = tls.tls().other_ca_certificate;
 
     struct row {
         const char* name;
@@ -115,6 +117,7 @@ TEST_F(sensors_e2e, connect_check_with_credentials_and_tls) {
         {"right password", port(secured), alice, true, ""},
         {"wrong password", port(secured), wrong, false, "error.not_authorized"},
         {"TLS verified", port(tls), verified, true, ""},
+        {"TLS wrong CA", port(tls), other_ca, false, "error.tls_failure_at"},
     };
     int id = 0;
     for (const auto& r : rows) {

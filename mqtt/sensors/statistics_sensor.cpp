@@ -45,9 +45,7 @@ statistics_sensor::~statistics_sensor() {
 }
 
 tavo::responses::sensor_scan_result statistics_sensor::work() {
-    if (!client_->is_connected()) {
-        throw exceptions::connection_lost(messages::connection_lost());
-    }
+    client_->throw_if_disconnected();
     const auto messages = counters_->messages.exchange(0);
     const auto bytes = counters_->bytes.exchange(0);
     std::size_t topics = 0;

@@ -35,17 +35,40 @@ mosquitto_broker::mosquitto_broker(broker_options options)
     if (options_.users.empty()) {
         conf << "allow_anonymous true\n";
     } else {
-        const auto passwd = dir_.path() / "passwd";
-        std::ofstream{passwd};
-        for (const auto& [user, password] : options_.users) {
-            run({"mosquitto_passwd", "-b", passwd.string(), user, password},
-                dir_.path() / "mosquitto_passwd.log");
-        }
-        conf << "allow_anonymous false\npassword_file " << passwd.string() << "\n";
+        write_password_file();
+        conf << "allow_anonymous false\npassword_file " << (dir_.path() / "passwd").string()
+             << "\n";
     }
     for (const auto& line : options_.extra_config) conf << line << "\n";
     conf.close();
     start();
+}
+
+void mosquitto_broker::write_password_file() {
+    const auto passwd = dir_.path() / "passwd";
+    std::ofstream{passwd};
+    for (const auto& [user, password] : options_.users) {
+        run({"mosquitto_passwd", "-b", passwd.string(), user, password},
+            dir_.path() / "mosquitto_passwd.log");
+    }
+}
+
+void mosquitto_broker::set_users(std::vector<std::pair<std::string, std::string>> users) {
+    if (options_.users.empty() || users.empty()) {
+        throw std::logic_error("set_users needs a broker made with users");
+    }
+    options_.users = std::move(users);
+    write_password_file();
+}
+
+void mosquitto_broker::freeze() {
+    if (running() && !frozen_) ::kill(pid_, SIGSTOP);
+    frozen_ = running();
+}
+
+void mosquitto_broker::thaw() {
+    if (running() && frozen_) ::kill(pid_, SIGCONT);
+    frozen_ = false;
 }
 
 mosquitto_broker::~mosquitto_broker() {
@@ -71,6 +94,7 @@ void mosquitto_broker::start() {
 
 void mosquitto_broker::stop() {
     if (!running()) return;
+    thaw();
     ::kill(pid_, SIGTERM);
     wait_for_exit(pid_, 5000);
     pid_ = -1;

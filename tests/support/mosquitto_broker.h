@@ -41,6 +41,11 @@ class mosquitto_broker {
     void start();  // on the same port as before
     void stop();   // SIGTERM, waits for the exit
     bool running() const { return pid_ > 0; }
+    // SIGSTOP and SIGCONT: connections stay open while the broker answers nothing.
+    void freeze();
+    void thaw();
+    // Replaces the password file's users; the broker reads it at its next start.
+    void set_users(std::vector<std::pair<std::string, std::string>> users);
 
     std::string host() const { return "127.0.0.1"; }
     std::int64_t port() const { return port_; }
@@ -53,10 +58,13 @@ class mosquitto_broker {
     std::string log_text() const;
 
   private:
+    void write_password_file();
+
     broker_options options_;
     temp_dir dir_{"mqtt-test-broker"};
     int port_;
     pid_t pid_ = -1;
+    bool frozen_ = false;
 };
 
 }  // namespace corvanis::monitoring_modules::test_support

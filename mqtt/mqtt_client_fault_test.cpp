@@ -1,0 +1,216 @@
+// The client against brokers that fail: restarted with other passwords, frozen by SIGSTOP, and,
+// for what a real broker cannot do, a relay that cuts or stalls connections.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "mqtt/client_test_util.h"
+#include "mqtt/exceptions.h"
+#include "tests/support/fault_proxy.h"
+#include "tests/support/mosquitto_broker.h"
+#include "tests/support/mqtt_peer.h"
+
+namespace mqtt = corvanis::monitoring_modules::mqtt;
+namespace ts = corvanis::monitoring_modules::test_support;
+using corvanis::monitoring_modules::liblog::severity;
+using corvanis::monitoring_modules::libtavohelper::settings::secure_string;
+using mqtt::testing::client_log;
+using mqtt::testing::recorded_subscription;
+using ::testing::PrintToString;
+using namespace std::chrono_literals;
+
+namespace {
+
+class client_faults : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!ts::mosquitto_available()) GTEST_SKIP() << "mosquitto is not installed";
+        std::thread([] {}).join();  // ThreadSanitizer's own thread is not ours to count
+        threads_before_ = ts::thread_count();
+    }
+
+    mqtt::mqtt_client_settings settings_for(std::int64_t port, const std::string& id,
+                                            std::shared_ptr<client_log> to = nullptr) {
+        mqtt::mqtt_client_settings s;
+        s.connection.host = "127.0.0.1";
+        s.connection.port = port;
+        s.connection.client_id = id;
+        s.connection.connect_timeout = 2;
+        s.logger = to ? to : log;
+        return s;
+    }
+    std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s) {
+        return std::make_unique<mqtt::mqtt_client_paho>(
+            std::move(s), mqtt::testing::make_container(), mqtt::reconnect_options{{50ms}, {}});
+    }
+    bool no_thread_left() const {
+        return ts::eventually([&] { return ts::thread_count() <= threads_before_; }, 5s);
+    }
+    // The failure a scan of the client would report now, as its message key.
+    static std::string scan_key(const mqtt::mqtt_client_interface& client) {
+        try {
+            client.throw_if_disconnected();
+        } catch (const corvanis::monitoring_modules::libi18n::i18n_exception& e) {
+            return e.message().key();
+        }
+        return "connected";
+    }
+
+    std::shared_ptr<client_log> log = std::make_shared<client_log>();
+    std::size_t threads_before_ = 0;
+};
+
+// A loss while the reconnect re-subscribes goes back to the back-off; the client ends connected
+// with its subscription at the broker, however many times that happens.
+TEST_F(client_faults, a_loss_during_resubscription_is_retried_until_subscribed) {
+    ts::mosquitto_broker broker;
+    const struct {
+        const char* name;
+        bool every;
+        std::size_t cuts;
+    } table[] = {{"next subscribe cut", false, 1}, {"three subscribes cut", true, 3}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.name);
+        ts::fault_proxy proxy(broker.host(), static_cast<int>(broker.port()));
+        auto client = make(settings_for(proxy.port(), row.name));
+        recorded_subscription own("r/#");
+        client->subscribe(own.subscription);
+        const auto subscribed_before = log->count("Subscribed to 'r/#'");
+
+        proxy.cut_on_subscribe(row.every);
+        proxy.cut();
+        ASSERT_TRUE(ts::eventually([&] { return proxy.cut_on_packet_count() >= row.cuts; }, 30s));
+        proxy.pass();
+        ASSERT_TRUE(log->wait_for("Subscribed to 'r/#'", subscribed_before + 1))
+            << PrintToString(log->lines());
+        EXPECT_TRUE(client->is_connected());
+        EXPECT_GE(proxy.accepted(), row.cuts + 2);
+        ts::mqtt_peer(broker).publish("r/after", "back", 1);
+        ASSERT_TRUE(own.wait_for(1));
+        EXPECT_EQ(scan_key(*client), "connected");
+    }
+    EXPECT_TRUE(no_thread_left());
+}
+
+// Each failed reconnect is logged with its typed reason, and scans report that reason, not a
+// bare loss; once the broker takes the password again the client is back.
+TEST_F(client_faults, refused_reconnects_are_reported_with_their_reason) {
+    ts::mosquitto_broker broker({.users = {{"alice", "first-pw"}}});
+    auto s = settings_for(broker.port(), "refused");
+    s.connection.username = "alice";
+    s.connection.password = secure_string("first-pw");
+    auto client = make(s);
+    ASSERT_TRUE(client->is_connected());
+    EXPECT_EQ(scan_key(*client), "connected");
+
+    broker.set_users({{"alice", "second-pw"}});
+    broker.stop();
+    broker.start();
+    ASSERT_TRUE(log->wait_for("Connection attempt failed: ", 2)) << PrintToString(log->lines());
+    EXPECT_TRUE(log->has(severity::warning, "Connection attempt failed: " +
+                                                mqtt::messages::not_authorized().default_text()));
+    EXPECT_EQ(scan_key(*client), "error.not_authorized");
+
+    broker.set_users({{"alice", "first-pw"}});
+    broker.stop();
+    broker.start();
+    ASSERT_TRUE(ts::eventually([&] { return client->is_connected(); }, 20s));
+    EXPECT_EQ(scan_key(*client), "connected");
+    EXPECT_EQ(log->count("first-pw"), 0u);
+    client.reset();
+    EXPECT_TRUE(no_thread_left());
+}
+
+// With the broker frozen and its connection open, every request ends with the typed timeout
+// and the client still goes away, leaving no thread behind.
+TEST_F(client_faults, a_frozen_broker_ends_each_request_with_a_timeout) {
+    ts::mosquitto_broker broker;
+    auto client = make(settings_for(broker.port(), "frozen"));
+    recorded_subscription kept("k");
+    recorded_subscription added("a");
+    client->subscribe(kept.subscription);
+    broker.freeze();
+    const struct {
+        const char* name;
+        std::function<void()> request;
+    } table[] = {
+        {"subscribe", [&] { client->subscribe(added.subscription); }},
+        {"publish",
+         [&] { client->publish("p", "x", mqtt::quality_of_service::at_least_once, false); }},
+        {"unsubscribe", [&] { client->unsubscribe(kept.subscription); }},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.name);
+        EXPECT_THROW_KEY(row.request(), "error.timeout");
+    }
+    EXPECT_TRUE(
+        log->has(severity::error, "no answer from " + broker.uri() + " to subscribe to 'a'"));
+    const auto teardown_start = std::chrono::steady_clock::now();
+    client.reset();
+    RecordProperty("teardown_ms",
+                   static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                        std::chrono::steady_clock::now() - teardown_start)
+                                        .count()));
+    EXPECT_TRUE(no_thread_left());
+    broker.thaw();
+}
+
+// A broker that stops answering is noticed through the keep-alive the timeout bounds; an idle
+// healthy one, watched as long, never is.
+TEST_F(client_faults, a_frozen_broker_is_noticed_and_an_idle_one_is_not) {
+    ts::mosquitto_broker frozen;
+    ts::mosquitto_broker idle;
+    auto idle_log = std::make_shared<client_log>();
+    auto watched = make(settings_for(frozen.port(), "watched"));
+    auto quiet = make(settings_for(idle.port(), "quiet", idle_log));
+    frozen.freeze();
+    ASSERT_TRUE(log->wait_for(": Connection lost")) << PrintToString(log->lines());
+    EXPECT_EQ(scan_key(*watched), "error.connection_lost");
+    EXPECT_TRUE(quiet->is_connected());
+    EXPECT_EQ(idle_log->count("Connection lost"), 0u);
+    frozen.thaw();
+    ASSERT_TRUE(ts::eventually([&] { return watched->is_connected(); }, 20s));
+}
+
+// A peer that accepts TCP and never answers fails the first attempt with the connect timeout,
+// naming the address; with reconnecting the client is made anyway and scans report that.
+TEST_F(client_faults, a_silent_peer_fails_the_connect_with_a_timeout) {
+    ts::mosquitto_broker broker;
+    auto proxy = std::make_unique<ts::fault_proxy>(broker.host(), static_cast<int>(broker.port()));
+    proxy->silent();
+    auto s = settings_for(proxy->port(), "silent");
+    s.connection.connect_timeout = 1;
+    s.session.automatic_reconnect = false;
+    try {
+        make(s);
+        ADD_FAILURE() << "connected to a silent peer";
+    } catch (const mqtt::exceptions::tcp_connection_timeout& e) {
+        EXPECT_EQ(e.message().key(), "error.no_answer_at");
+        EXPECT_EQ(e.message().args(),
+                  (std::vector<std::string>{"127.0.0.1:" + std::to_string(proxy->port()), "1"}));
+    }
+    s.session.automatic_reconnect = true;
+    auto client = make(s);
+    EXPECT_EQ(scan_key(*client), "error.no_answer_at");
+    client.reset();
+    proxy.reset();
+    EXPECT_TRUE(no_thread_left());
+}
+
+// An unknown host is named as such, not as a generic failure.
+TEST_F(client_faults, an_unresolvable_host_is_named) {
+    for (const bool reconnecting : {false, true}) {
+        auto s = settings_for(1883, "named");
+        s.session.automatic_reconnect = reconnecting;
+        s.connection.host = "no-such-host.invalid";
+        try {
+            EXPECT_EQ(scan_key(*make(s)), "error.host_not_found");
+        } catch (const mqtt::exceptions::host_not_found& e) {
+            EXPECT_FALSE(reconnecting);
+            EXPECT_EQ(e.message().args(), std::vector<std::string>{"no-such-host.invalid"});
+        }
+    }
+    EXPECT_TRUE(no_thread_left());
+}
+
+}  // namespace
