@@ -48,12 +48,6 @@ long seconds_since(system_clock::time_point then) {
                              floor<seconds>(then.time_since_epoch()).count());
 }
 
-// The scan's view of the client. The client's own check, once it reports its last typed
-// failure, replaces this body.
-void require_connected(const mqtt_client_interface& client) {
-    if (!client.is_connected()) throw exceptions::connection_lost(messages::connection_lost());
-}
-
 const libjsonparser::compiled_jsonpath& compiled(const libjsonparser::compiled_jsonpath& path,
                                                  const libi18n::i18n_msg& refusal) {
     if (!path.diagnosis().empty()) throw libjsonparser::exceptions::query_error(refusal);
@@ -265,7 +259,7 @@ void subscribe_custom_sensor::register_channels() {
 
 sensor_scan_result subscribe_custom_sensor::work() {
     // A stored result or message time would otherwise pass for news from a broker that is gone.
-    require_connected(*client_);
+    client_->throw_if_disconnected();  // the last attempt's typed failure, not a bare loss
     std::shared_ptr<const received_message> message;
     {
         std::lock_guard lock(slot_->mutex);
