@@ -6,6 +6,8 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
+#include "host/log_style.h"
+#include "host/operations.h"
 #include "host/signals.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -22,7 +24,8 @@ Examples:
   tavo-probe demo
   tavo-probe describe
   tavo-probe scan statistics_sensor --set host=broker.local --set statistics.connection_statistics.topic='plant/#'
-  tavo-probe run plant.yaml --state plant.db)";
+  tavo-probe run plant.yaml --state plant.db
+  tavo-probe run plant.yaml --listen 127.0.0.1:9464 --shard 0/2)";
 
 void add_settings_options(CLI::App& command, settings_options& settings, bool with_config) {
     command.add_option("--set", settings.sets, "a setting by its full key, KEY=VALUE (repeatable)")
@@ -49,7 +52,11 @@ int run_cli(int argc, char** argv) {
         "tavo-probe: loads a monitoring module and runs its sensors, check and notifications.",
         "tavo-probe"};
     app.footer(footer);
-    app.require_subcommand(1);
+    // --version stands alone; any other use names a subcommand (checked after parsing).
+    app.require_subcommand(0, 1);
+    bool show_version = false;
+    app.add_flag("--version", show_version,
+                 "print the versions of tavo-probe and the module, and the module's API level");
     global_options global;
     int log_level = 4;
     app.add_option("--module", global.module_path,
@@ -60,6 +67,13 @@ int run_cli(int argc, char** argv) {
                                       "emergency .. 7 debug; default 4)")
                            ->check(CLI::Range(0, 7))
                            ->type_name("N");
+
+    std::string log_format_name = "auto";
+    app.add_option("--log-format", log_format_name,
+                   "stderr lines: journal (\"<N>\" severity prefix), plain, or auto (journal when "
+                   "stderr is the systemd journal; default)")
+        ->check(CLI::IsMember({"auto", "journal", "plain"}))
+        ->type_name("FORMAT");
 
     std::string language = "English";
     bool describe_json = false;
@@ -123,6 +137,18 @@ int run_cli(int argc, char** argv) {
                                    ->check(CLI::PositiveNumber)
                                    ->type_name("N");
     run_app->add_flag("--json", run.json, "one JSON object per line");
+    run_app
+        ->add_option("--listen", run.listen,
+                     "serve /metrics, /api/status and the status page on ADDR:PORT (:PORT is "
+                     "127.0.0.1; default: the config's listen:)")
+        ->type_name("ADDR:PORT");
+    std::string shard_text;
+    auto* shard_option =
+        run_app
+            ->add_option("--shard", shard_text,
+                         "run only the sensors of shard K of N (K from 0), by a stable hash of "
+                         "the id")
+            ->type_name("K/N");
 
     demo_options demo;
     double demo_seconds = 0;
@@ -139,12 +165,21 @@ int run_cli(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? exit_ok : exit_usage;
     }
+    set_log_format(log_format_name == "journal" ? log_format::journal
+                   : log_format_name == "plain" ? log_format::plain
+                                                : log_format::automatic);
     if (log_option->count() > 0) global.log_level = log_level;
     if (interval_option->count() > 0) scan.interval = scan_interval;
     if (run_seconds_option->count() > 0) run.seconds = run_seconds;
     if (demo_seconds_option->count() > 0) demo.seconds = demo_seconds;
 
     try {
+        if (shard_option->count() > 0) run.shard = parse_shard(shard_text);
+        if (show_version) return version_command(global);
+        if (app.get_subcommands().empty()) {
+            std::cerr << "A subcommand is required\n" << app.help() << std::flush;
+            return exit_usage;
+        }
         if (describe->parsed()) return describe_command(global, language, describe_json);
         if (scan_command_app->parsed()) return scan_command(global, scan, signals.token());
         if (check->parsed()) return check_command(global, check_settings, check_json);
@@ -152,10 +187,10 @@ int run_cli(int argc, char** argv) {
         if (run_app->parsed()) return run_command(global, run, signals.token());
         if (demo_app->parsed()) return demo_command(global, demo, signals.token());
     } catch (const host_error& e) {
-        std::cerr << "tavo-probe: " << e.what() << std::endl;
+        log_event(3, std::string("tavo-probe: ") + e.what());
         return e.code();
     } catch (const std::exception& e) {
-        std::cerr << "tavo-probe: " << e.what() << std::endl;
+        log_event(3, std::string("tavo-probe: ") + e.what());
         return exit_setup_failed;
     }
     return exit_usage;

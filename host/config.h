@@ -20,20 +20,22 @@ struct sensor_entry {
     int id = 0;
     std::string kind;
     std::vector<setting_pair> settings;  // "interval:" is folded in as the interval setting
-    std::string name;                                // free text, unique in a config; may be empty
-    std::map<std::string, channel_limits> limits;    // by channel name as shown
-    std::optional<std::chrono::seconds> stale_after; // push sensors: no message for this long
+    std::string name;                    // free text, unique in a config; may be empty
+    std::map<std::string, channel_limits> limits;     // by channel name as shown
+    std::optional<std::chrono::seconds> stale_after;  // push sensors: no message for this long
 };
 
 // A probe configuration:
 //   defaults: {KEY: VALUE, ...}        applied to every sensor and check
 //   sensors:  [{id, kind, interval, settings: {KEY: VALUE}}, ...]
 //   check:    {settings: {KEY: VALUE}}  optional, for the check subcommand
+//   listen:   ADDR:PORT                 optional, where run serves metrics and its status page
 struct probe_config {
     std::string name;  // file name, for error texts
     std::vector<setting_pair> defaults;
     std::vector<sensor_entry> sensors;
     std::vector<setting_pair> check_settings;
+    std::string listen;  // "listen:" ADDR:PORT for run's HTTP endpoint; empty: none
 
     const sensor_entry* find_sensor(int id) const;
 };

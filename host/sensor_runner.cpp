@@ -23,13 +23,16 @@ planned_sensor plan_sensor(const description& doc, int id, const std::string& ki
 }
 
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop) {
+                 std::stop_token stop, status_board* board) {
     for (const auto& sensor : plan) {
         if (stop.stop_requested()) break;
         p.create_sensor(sensor.id, sensor.schema, sensor.values);
     }
-    scan_scheduler scheduler(std::min(plan.size(), max_workers),
-                             [&](int id) { printer.print(p.module().scan(id), p.kind_of(id)); });
+    scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
+        const auto result = p.module().scan(id);
+        printer.print(result, p.kind_of(id));
+        if (board != nullptr) board->record(make_scan_view(result, p.kind_of(id), &p.doc()));
+    });
     for (const auto& sensor : plan) scheduler.add(sensor.id, sensor.interval);
     if (!stop.stop_requested()) scheduler.run(stop);
     p.destroy_all();

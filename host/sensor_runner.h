@@ -7,6 +7,7 @@
 
 #include "host/output.h"
 #include "host/probe.h"
+#include "host/status_board.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -24,7 +25,8 @@ planned_sensor plan_sensor(const description& doc, int id, const std::string& ki
 // Creates every sensor, scans each on its own interval on a worker pool and prints each
 // result until `stop`, then destroys them all. Throws host_error when a sensor cannot
 // be created; those already created are destroyed.
+// Each result also goes to `board` when there is one.
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop);
+                 std::stop_token stop, status_board* board = nullptr);
 
 }  // namespace corvanis::monitoring_modules::host

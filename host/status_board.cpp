@@ -1,0 +1,73 @@
+#include "host/status_board.h"
+
+#include <cmath>
+#include <mutex>
+
+namespace corvanis::monitoring_modules::host {
+
+void channel_history::push(float value) {
+    if (ring_.size() < capacity_) {
+        ring_.push_back(value);
+        return;
+    }
+    if (capacity_ == 0) return;
+    ring_[next_] = value;
+    next_ = (next_ + 1) % capacity_;
+}
+
+std::vector<float> channel_history::values() const {
+    std::vector<float> out;
+    out.reserve(ring_.size());
+    out.insert(out.end(), ring_.begin() + static_cast<std::ptrdiff_t>(next_), ring_.end());
+    out.insert(out.end(), ring_.begin(), ring_.begin() + static_cast<std::ptrdiff_t>(next_));
+    return out;
+}
+
+status_board::status_board(std::size_t history_length) : history_length_(history_length) {}
+
+void status_board::add_sensor(int id, const std::string& name, const std::string& kind,
+                              const std::string& display) {
+    std::unique_lock lock(mutex_);
+    auto& status = sensors_[id];
+    status.latest.sensor_id = id;
+    status.latest.name = name;
+    status.latest.kind = kind;
+    status.latest.display = display.empty() ? kind : display;
+    status.latest.state = "unknown";
+    status.latest.message = message_view{"", "not scanned yet", {}};
+}
+
+void status_board::record(const scan_view& scan) {
+    std::unique_lock lock(mutex_);
+    ++totals_.scans;
+    if (scan.error) ++totals_.scan_errors;
+    auto& status = sensors_[scan.sensor_id];
+    // The configured name stays when a result comes without one.
+    const std::string name = scan.name.empty() ? status.latest.name : scan.name;
+    status.latest = scan;
+    status.latest.name = name;
+    status.scanned = true;
+    for (const auto& channel : scan.channels) {
+        const float value = !channel.has_value ? NAN
+                            : channel.integer  ? static_cast<float>(channel.integer_value)
+                                               : static_cast<float>(channel.floating_value);
+        status.history.try_emplace(channel.id, history_length_).first->second.push(value);
+    }
+}
+
+void status_board::count_creation_failure() {
+    std::unique_lock lock(mutex_);
+    ++totals_.creation_failures;
+}
+
+board_totals status_board::totals() const {
+    std::shared_lock lock(mutex_);
+    return totals_;
+}
+
+std::size_t status_board::size() const {
+    std::shared_lock lock(mutex_);
+    return sensors_.size();
+}
+
+}  // namespace corvanis::monitoring_modules::host
