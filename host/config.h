@@ -20,9 +20,9 @@ struct sensor_entry {
     int id = 0;
     std::string kind;
     std::vector<setting_pair> settings;  // "interval:" is folded in as the interval setting
-    std::string name;                    // free text, unique in a config; may be empty
-    std::map<std::string, channel_limits> limits;     // by channel name as shown
-    std::optional<std::chrono::seconds> stale_after;  // push sensors: no message for this long
+    std::string name;                                // free text, unique in a config; may be empty
+    std::map<std::string, channel_limits> limits;    // by channel name as shown
+    std::optional<std::chrono::seconds> stale_after; // push sensors: no message for this long
 };
 
 // A probe configuration:
