@@ -115,10 +115,12 @@ void render_metrics(const status_board& board, const probe_identity& probe, std:
         append_integer(states, state);
         states += '\n';
         if (!status.scanned) return;
-        append_sensor_labels(durations, "tavo_scan_duration_seconds", scan);
-        durations += "} ";
-        append_number(durations, std::chrono::duration<double>(scan.duration).count());
-        durations += '\n';
+        if (scan.duration.count() > 0) {  // else not measured: no sample rather than a zero
+            append_sensor_labels(durations, "tavo_scan_duration_seconds", scan);
+            durations += "} ";
+            append_number(durations, std::chrono::duration<double>(scan.duration).count());
+            durations += '\n';
+        }
         append_sensor_labels(stamps, "tavo_last_scan_timestamp_seconds", scan);
         stamps += "} ";
         append_number(stamps,

@@ -46,6 +46,14 @@ void status_board::record(const scan_view& scan) {
     const std::string name = scan.name.empty() ? status.latest.name : scan.name;
     status.latest = scan;
     status.latest.name = name;
+    // A view that carries only the module's code never shows green for a failure.
+    if (scan.state == "ok" && scan.response_code != 0) {
+        status.latest.state = scan.response_code == 1   ? "warning"
+                              : scan.response_code == 2 ? "unknown"
+                                                        : "error";
+    }
+    if (scan.time == std::chrono::system_clock::time_point{})
+        status.latest.time = std::chrono::system_clock::now();
     status.scanned = true;
     for (const auto& channel : scan.channels) {
         const float value = !channel.has_value ? NAN

@@ -46,7 +46,7 @@ class status_board {
     // Makes the sensor visible before its first scan.
     void add_sensor(int id, const std::string& name, const std::string& kind,
                     const std::string& display);
-    // The run loop's one call per scan result.
+    // The run loop's one call per scan result. A result without a time gets the present.
     void record(const scan_view& scan);
     void count_creation_failure();
 

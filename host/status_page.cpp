@@ -7,7 +7,8 @@ namespace corvanis::monitoring_modules::host {
 
 namespace {
 
-using jsoncons::json;
+// ojson keeps the fields in the order of a JSON line.
+using json = jsoncons::ojson;
 
 constexpr const char* page_head = R"page(<!DOCTYPE html>
 <html lang="en">
@@ -200,6 +201,12 @@ json probe_json(const probe_identity& probe) {
 
 json sensor_json(const sensor_status& status) {
     json sensor = json::parse(json_line(status.latest));
+    // The board's state and name, so the page and /metrics never disagree.
+    sensor.insert_or_assign("state", status.latest.state);
+    if (!sensor.contains("name")) {
+        sensor.insert_or_assign("name", status.latest.name.empty() ? json::null()
+                                                                   : json(status.latest.name));
+    }
     sensor.insert_or_assign("display", status.latest.display);
     if (!status.scanned) sensor.insert_or_assign("time", json::null());
     if (!sensor.contains("channels")) return sensor;
