@@ -1,6 +1,7 @@
 #include "host/http_endpoint.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <cerrno>
@@ -92,6 +93,12 @@ http_endpoint::http_endpoint(const listen_address& address, const status_board& 
     server.set_write_timeout(5, 0);
     server.set_keep_alive_timeout(1);
     server.set_keep_alive_max_count(100);
+    // Without the library's SO_REUSEPORT, so a second probe on the same address is refused
+    // instead of silently taking turns with the first one.
+    server.set_socket_options([](socket_t sock) {
+        const int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
 
     auto* state = impl_.get();
     server.Get("/metrics", guarded([state](httplib::Response& response) {

@@ -42,10 +42,12 @@ void status_board::record(const scan_view& scan) {
     ++totals_.scans;
     if (scan.error) ++totals_.scan_errors;
     auto& status = sensors_[scan.sensor_id];
-    // The configured name stays when a result comes without one.
-    const std::string name = scan.name.empty() ? status.latest.name : scan.name;
+    // What the board was told at the start stays where a result leaves it out.
+    std::string name = scan.name.empty() ? status.latest.name : scan.name;
+    std::string display = scan.display.empty() ? status.latest.display : scan.display;
     status.latest = scan;
-    status.latest.name = name;
+    status.latest.name = std::move(name);
+    status.latest.display = std::move(display);
     // A view that carries only the module's code never shows green for a failure.
     if (scan.state == "ok" && scan.response_code != 0) {
         status.latest.state = scan.response_code == 1   ? "warning"

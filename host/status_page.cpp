@@ -204,8 +204,8 @@ json sensor_json(const sensor_status& status) {
     // The board's state and name, so the page and /metrics never disagree.
     sensor.insert_or_assign("state", status.latest.state);
     if (!sensor.contains("name")) {
-        sensor.insert_or_assign("name", status.latest.name.empty() ? json::null()
-                                                                   : json(status.latest.name));
+        sensor.insert_or_assign(
+            "name", status.latest.name.empty() ? json::null() : json(status.latest.name));
     }
     sensor.insert_or_assign("display", status.latest.display);
     if (!status.scanned) sensor.insert_or_assign("time", json::null());
