@@ -30,8 +30,8 @@ void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_print
     }
     scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
         const auto result = p.module().scan(id);
-        printer.print(result, p.kind_of(id));
         if (board != nullptr) board->record(make_scan_view(result, p.kind_of(id), &p.doc()));
+        printer.print(result, p.kind_of(id));
     });
     for (const auto& sensor : plan) scheduler.add(sensor.id, sensor.interval);
     if (!stop.stop_requested()) scheduler.run(stop);
