@@ -70,6 +70,14 @@ void status_board::count_creation_failure() {
     ++totals_.creation_failures;
 }
 
+std::vector<sensor_status> status_board::snapshot() const {
+    std::shared_lock lock(mutex_);
+    std::vector<sensor_status> out;
+    out.reserve(sensors_.size());
+    for (const auto& [id, status] : sensors_) out.push_back(status);
+    return out;
+}
+
 board_totals status_board::totals() const {
     std::shared_lock lock(mutex_);
     return totals_;

@@ -57,6 +57,8 @@ class status_board {
         std::shared_lock lock(mutex_);
         for (const auto& [id, status] : sensors_) visit(status);
     }
+    // A copy of every sensor by id, for work too slow to hold writers back.
+    std::vector<sensor_status> snapshot() const;
     board_totals totals() const;
     std::size_t size() const;
 

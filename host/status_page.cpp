@@ -228,9 +228,12 @@ json sensor_json(const sensor_status& status) {
 std::string status_json(const status_board& board, const probe_identity& probe) {
     json root;
     root.insert_or_assign("probe", probe_json(probe));
+    // Parsing each JSON line is slow enough at thousands of sensors to stall the scans, so
+    // it works on a copy.
+    const auto statuses = board.snapshot();
     json sensors(jsoncons::json_array_arg);
-    sensors.reserve(board.size());
-    board.for_each([&](const sensor_status& status) { sensors.push_back(sensor_json(status)); });
+    sensors.reserve(statuses.size());
+    for (const auto& status : statuses) sensors.push_back(sensor_json(status));
     root.insert_or_assign("sensors", std::move(sensors));
     std::string out;
     root.dump(out);
