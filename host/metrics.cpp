@@ -150,22 +150,27 @@ void render_metrics(const status_board& board, const probe_identity& probe, std:
 
     out.reserve(out.size() + states.size() + durations.size() + stamps.size() + values.size() +
                 raws.size() + 2048);
-    append_header(out, "tavo_sensor_state", "gauge",
-                  "State of the sensor's latest result: 0 ok, 1 warning, 2 error, 3 unknown.");
-    out += states;
-    append_header(out, "tavo_scan_duration_seconds", "gauge",
-                  "How long the sensor's latest scan took.");
-    out += durations;
-    append_header(out, "tavo_last_scan_timestamp_seconds", "gauge",
-                  "When the sensor's latest result arrived, in seconds since the epoch.");
-    out += stamps;
-    append_header(out, "tavo_channel_value", "gauge",
-                  "A channel's latest value as shown: scale applied, counters as their change "
-                  "since the previous scan.");
-    out += values;
-    append_header(out, "tavo_channel_raw_total", "counter",
-                  "A counter channel's raw value as the device reports it.");
-    out += raws;
+    const struct {
+        std::string_view name, type, help;
+        const std::string& samples;
+    } families[] = {
+        {"tavo_sensor_state", "gauge",
+         "State of the sensor's latest result: 0 ok, 1 warning, 2 error, 3 unknown.", states},
+        {"tavo_scan_duration_seconds", "gauge", "How long the sensor's latest scan took.",
+         durations},
+        {"tavo_last_scan_timestamp_seconds", "gauge",
+         "When the sensor's latest result arrived, in seconds since the epoch.", stamps},
+        {"tavo_channel_value", "gauge",
+         "A channel's latest value as shown: scale applied, counters as their change since the "
+         "previous scan.",
+         values},
+        {"tavo_channel_raw_total", "counter",
+         "A counter channel's raw value as the device reports it.", raws},
+    };
+    for (const auto& family : families) {
+        append_header(out, family.name, family.type, family.help);
+        out += family.samples;
+    }
 
     append_header(out, "tavo_sensors", "gauge",
                   "Sensors of this probe by the state of their latest result.");
