@@ -1,5 +1,6 @@
 // The operator-facing outputs of run: metrics text, status JSON and page, shards, log lines.
 #include <gtest/gtest.h>
+#include <httplib.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -296,12 +297,14 @@ TEST(operations_test, the_endpoint_serves_while_scans_record_and_stops_promptly)
             for (int i = 0; !stop.stop_requested(); ++i)
                 board.record(scan(1 + i % 50, "ok", {channel(0, "c", i, true)}));
         });
-        for (int i = 0; i < 20; ++i) {
-            std::string text;
-            render_metrics(board, {}, text);
-            EXPECT_NE(text.find("tavo_sensors{state=\"unknown\"}"), std::string::npos);
-            status_json(board, {});
+        httplib::Client client("127.0.0.1", endpoint.port());
+        client.set_read_timeout(30, 0);
+        for (const char* path : {"/metrics", "/api/status", "/", "/metrics"}) {
+            const auto response = client.Get(path);
+            ASSERT_TRUE(response) << path;
+            EXPECT_EQ(response->status, 200) << path;
         }
+        EXPECT_EQ(client.Get("/nothing")->status, 404);
     }
     // A second endpoint on the port the first one held: it must be free again.
     http_endpoint again(parse_listen_address("127.0.0.1:0"), board, {});
