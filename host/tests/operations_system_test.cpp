@@ -36,8 +36,8 @@ class operations_system_test : public ::testing::Test {
 
     // Statistics sensors 1..count on the broker, plus one round trip to a port where nothing
     // listens when `failing`.
-    std::string config(int count, bool failing) const {
-        std::string text = "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
+    std::string config(int count, bool failing, const std::string& top = "") const {
+        std::string text = top + "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
                            std::to_string(broker_->port()) + "\nsensors:\n";
         for (int id = 1; id <= count; ++id) {
             text += "  - id: " + std::to_string(id) +
@@ -99,7 +99,7 @@ TEST_F(operations_system_test, the_status_page_renders_every_sensor_without_cons
     if (chromium.empty()) GTEST_SKIP() << "chromium is not installed (scripts/setup.sh adds it)";
     const int port = support::free_port();
     probe_test::child probe(
-        {"run", config(1, true), "--json", "--listen", "127.0.0.1:" + std::to_string(port)});
+        {"run", config(1, true, "listen: 127.0.0.1:" + std::to_string(port) + "\n"), "--json"});
     ASSERT_TRUE(probe.wait_for_output("\"sensor_id\":99"));
     ASSERT_TRUE(probe.wait_for_output("\"sensor_id\":1"));
     const auto out = dir_.path("chromium.txt");
