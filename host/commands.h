@@ -39,7 +39,7 @@ int notify_command(const global_options& global, const notify_options& options);
 struct run_options {
     std::string config;
     std::string listen;  // ADDR:PORT; empty: the config's listen:
-    std::optional<shard_spec> shard;
+    std::optional<shard_assignment> shard;
     std::string state;
     std::optional<double> seconds;
     bool json = false;

@@ -14,12 +14,12 @@
 
 namespace corvanis::monitoring_modules::host {
 
-void keep_shard(probe_config& config, const shard_spec& shard) {
+void keep_shard(probe_config& config, const shard_assignment& shard) {
     std::erase_if(config.sensors,
                   [&](const sensor_entry& sensor) { return !shard.owns(sensor.id); });
 }
 
-probe_identity identify(probe& p, const std::optional<shard_spec>& shard) {
+probe_identity identify(probe& p, const std::optional<shard_assignment>& shard) {
     return {TAVO_PROBE_VERSION, p.doc().version(), p.module().api_level(),
             shard ? shard->text() : ""};
 }

@@ -14,9 +14,9 @@
 namespace corvanis::monitoring_modules::host {
 
 // Drops the sensors another shard runs.
-void keep_shard(probe_config& config, const shard_spec& shard);
+void keep_shard(probe_config& config, const shard_assignment& shard);
 
-probe_identity identify(probe& p, const std::optional<shard_spec>& shard);
+probe_identity identify(probe& p, const std::optional<shard_assignment>& shard);
 
 // Every sensor of the config on the board, so that those not yet scanned show as unknown.
 void add_sensors(status_board& board, const probe_config& config, const description& doc);

@@ -15,27 +15,27 @@ bool parse_unsigned(std::string_view text, unsigned& value) {
 
 }  // namespace
 
-std::string shard_spec::text() const {
+std::string shard_assignment::text() const {
     return std::to_string(index) + "/" + std::to_string(count);
 }
 
-bool shard_spec::owns(int sensor_id) const {
+bool shard_assignment::owns(int sensor_id) const {
     return shard_hash(sensor_id) % count == index;
 }
 
-shard_spec parse_shard(const std::string& text) {
+shard_assignment parse_shard(const std::string& text) {
     const auto slash = text.find('/');
-    shard_spec spec;
+    shard_assignment assigned;
     const std::string_view view(text);
-    if (slash == std::string::npos || !parse_unsigned(view.substr(0, slash), spec.index) ||
-        !parse_unsigned(view.substr(slash + 1), spec.count)) {
+    if (slash == std::string::npos || !parse_unsigned(view.substr(0, slash), assigned.index) ||
+        !parse_unsigned(view.substr(slash + 1), assigned.count)) {
         throw host_error("--shard takes K/N (two whole numbers, e.g. 0/3), not \"" + text + "\"",
                          exit_usage);
     }
-    if (spec.count == 0 || spec.index >= spec.count) {
+    if (assigned.count == 0 || assigned.index >= assigned.count) {
         throw host_error("--shard " + text + ": K counts from 0 and must be below N", exit_usage);
     }
-    return spec;
+    return assigned;
 }
 
 std::uint64_t shard_hash(int sensor_id) {

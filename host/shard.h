@@ -6,7 +6,7 @@
 namespace corvanis::monitoring_modules::host {
 
 // One of N probes sharing a config: shard `index` (0 .. count-1) of `count`.
-struct shard_spec {
+struct shard_assignment {
     unsigned index = 0;
     unsigned count = 1;
 
@@ -16,7 +16,7 @@ struct shard_spec {
 };
 
 // "K/N" with 0 <= K < N. Throws host_error (exit 1) naming what is wrong.
-shard_spec parse_shard(const std::string& text);
+shard_assignment parse_shard(const std::string& text);
 
 // 64-bit FNV-1a over the decimal digits of the id ("42" -> bytes '4', '2'), so that any
 // tool can reproduce the assignment; independent of the standard library's hash.

@@ -214,10 +214,10 @@ TEST(operations_test, shard_arguments_parse_or_are_refused_as_usage_errors) {
             }
             continue;
         }
-        const auto spec = parse_shard(row.text);
-        EXPECT_EQ(spec.index, row.index) << row.text;
-        EXPECT_EQ(spec.count, row.count) << row.text;
-        EXPECT_EQ(spec.text(), row.text);
+        const auto assigned = parse_shard(row.text);
+        EXPECT_EQ(assigned.index, row.index) << row.text;
+        EXPECT_EQ(assigned.count, row.count) << row.text;
+        EXPECT_EQ(assigned.text(), row.text);
     }
 }
 
@@ -231,7 +231,7 @@ TEST(operations_test, shards_split_ids_by_the_documented_hash_without_overlap) {
         for (int id = 1; id <= 2000; ++id) {
             unsigned owners = 0;
             for (unsigned k = 0; k < count; ++k) {
-                if (shard_spec{k, count}.owns(id)) {
+                if (shard_assignment{k, count}.owns(id)) {
                     ++owners;
                     ++sizes[k];
                 }
