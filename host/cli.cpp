@@ -6,6 +6,8 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
+#include "host/log_style.h"
+#include "host/operations.h"
 #include "host/signals.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -27,7 +29,8 @@ Examples:
   tavo-probe describe statistics_sensor --lang de
   tavo-probe scan statistics_sensor --set host=broker.local --set topic='plant/#'
   tavo-probe validate plant.yaml
-  tavo-probe run plant.yaml --state plant.db)";
+  tavo-probe run plant.yaml --state plant.db
+  tavo-probe run plant.yaml --listen 127.0.0.1:9464 --shard 0/2)";
 
 void add_settings_options(CLI::App& command, settings_options& settings, bool with_config) {
     command
@@ -58,7 +61,11 @@ int run_cli(int argc, char** argv) {
         "tavo-probe: loads a monitoring module and runs its sensors, check and notifications.",
         "tavo-probe"};
     app.footer(footer);
-    app.require_subcommand(1);
+    // --version stands alone; any other use names a subcommand (checked after parsing).
+    app.require_subcommand(0, 1);
+    bool show_version = false;
+    app.add_flag("--version", show_version,
+                 "print the versions of tavo-probe and the module, and the module's API level");
     global_options global;
     int log_level = 4;
     // Subcommands hand what they do not know to the program, so the global options may
@@ -79,6 +86,12 @@ int run_cli(int argc, char** argv) {
         ->type_name("LANGUAGE");
 
     std::string describe_kind;
+    std::string log_format_name = "auto";
+    app.add_option("--log-format", log_format_name,
+                   "stderr lines: journal (\"<N>\" severity prefix), plain, or auto (journal when "
+                   "stderr is the systemd journal; default)")
+        ->check(CLI::IsMember({"auto", "journal", "plain"}))
+        ->type_name("FORMAT");
     bool describe_json = false;
     auto* describe =
         app.add_subcommand("describe", "the sensors, the check, their settings and defaults");
@@ -185,7 +198,20 @@ or created is an error result at its interval and is tried again; the others run
 Examples:
   tavo-probe run plant.yaml --state plant.db
   tavo-probe run plant.yaml --seconds 60 --json --log-level 6
+  tavo-probe run plant.yaml --listen 127.0.0.1:9464 --shard 0/2
 See host/README.md for the config: nested keys, ${VAR}, KEY_file, names, limits, stale_after.)");
+    run_app
+        ->add_option("--listen", run.listen,
+                     "serve /metrics, /api/status and the status page on ADDR:PORT (:PORT is "
+                     "127.0.0.1; default: the config's listen:)")
+        ->type_name("ADDR:PORT");
+    std::string shard_text;
+    auto* shard_option =
+        run_app
+            ->add_option("--shard", shard_text,
+                         "run only the sensors of shard K of N (K from 0), by a stable hash of "
+                         "the id")
+            ->type_name("K/N");
     std::string validate_config;
     auto* validate_app = app.add_subcommand(
         "validate",
@@ -220,6 +246,9 @@ Examples:
         // A malformed command line is a fault of the set-up, like a malformed config.
         return app.exit(e) == 0 ? exit_ok : exit_setup_failed;
     }
+    set_log_format(log_format_name == "journal" ? log_format::journal
+                   : log_format_name == "plain" ? log_format::plain
+                                                : log_format::automatic);
     if (log_option->count() > 0) global.log_level = log_level;
     if (interval_option->count() > 0) scan.interval = scan_interval;
     if (wait_option->count() > 0) scan.wait = scan_wait;
@@ -227,6 +256,12 @@ Examples:
     if (demo_seconds_option->count() > 0) demo.seconds = demo_seconds;
 
     try {
+        if (shard_option->count() > 0) run.shard = parse_shard(shard_text);
+        if (show_version) return version_command(global);
+        if (app.get_subcommands().empty()) {
+            std::cerr << "A subcommand is required\n" << app.help() << std::flush;
+            return exit_usage;
+        }
         if (describe->parsed()) return describe_command(global, describe_kind, describe_json);
         if (validate_app->parsed()) return validate_command(global, validate_config);
         if (scan_command_app->parsed()) return scan_command(global, scan, signals.token());
@@ -235,7 +270,7 @@ Examples:
         if (run_app->parsed()) return run_command(global, run, signals.token());
         if (demo_app->parsed()) return demo_command(global, demo, signals.token());
     } catch (const host_error& e) {
-        std::cerr << "tavo-probe: " << e.what() << std::endl;
+        log_event(3, std::string("tavo-probe: ") + e.what());
         // A monitoring-plugin host reads only the status line.
         if ((scan_command_app->parsed() && scan.format == "nagios") ||
             (check->parsed() && check_format == "nagios")) {
@@ -243,7 +278,7 @@ Examples:
         }
         return e.code();
     } catch (const std::exception& e) {
-        std::cerr << "tavo-probe: " << e.what() << std::endl;
+        log_event(3, std::string("tavo-probe: ") + e.what());
         return exit_setup_failed;
     }
     return exit_setup_failed;

@@ -8,6 +8,7 @@
 
 #include "host/describe.h"
 #include "host/errors.h"
+#include "host/operations.h"
 #include "host/output.h"
 #include "host/scheduler.h"
 #include "host/sensor_runner.h"
@@ -176,9 +177,10 @@ int notify_command(const global_options& global, const notify_options& options) 
 }
 
 int run_command(const global_options& global, const run_options& options, std::stop_token stop) {
-    const auto config = load_config(options.config);
+    auto config = load_config(options.config);
     if (config.sensors.empty())
         throw host_error(config.name + ": no sensors to run (sensors: is empty)");
+    if (options.shard) keep_shard(config, *options.shard);
     probe p(global, options.state);
     std::vector<planned_sensor> plan;
     for (const auto& entry : config.sensors) {
@@ -195,8 +197,16 @@ int run_command(const global_options& global, const run_options& options, std::s
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
                  (options.seconds ? "" : "; Ctrl-C stops"));
+    status_board board;
+    add_sensors(board, config, p.doc());
+    const auto endpoint = serve_board(options.listen.empty() ? config.listen : options.listen,
+                                      board, identify(p, options.shard));
     const run_limit limit(stop, options.seconds);
-    run_sensors(p, plan, printer, limit.token());
+    if (plan.empty()) {
+        printer.note("Shard " + options.shard->text() + " has no sensor of " + config.name);
+        wait_for_stop(limit.token());  // still serving, so the scraper sees an empty shard
+    }
+    run_sensors(p, plan, printer, limit.token(), &board);
     return exit_ok;
 }
 

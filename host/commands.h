@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/probe.h"
+#include "host/shard.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -48,6 +49,8 @@ int notify_command(const global_options& global, const notify_options& options);
 
 struct run_options {
     std::string config;
+    std::string listen;  // ADDR:PORT; empty: the config's listen:
+    std::optional<shard_assignment> shard;
     std::string state;
     std::optional<double> seconds;
     bool json = false;
@@ -59,6 +62,8 @@ struct demo_options {
     std::optional<double> seconds;
     bool json = false;
 };
+int version_command(const global_options& global);
+
 int demo_command(const global_options& global, const demo_options& options, std::stop_token stop);
 
 }  // namespace corvanis::monitoring_modules::host

@@ -206,7 +206,8 @@ probe_config parse_config(const std::string& yaml, const std::string& name,
     config.name = name;
     if (root.IsNull()) return config;
     if (!root.IsMap()) r.fail(root, "the configuration must be a map with defaults: and sensors:");
-    r.only_keys(root, {"defaults", "sensors", "check"}, "the configuration");
+    r.only_keys(root, {"defaults", "sensors", "check", "listen"}, "the configuration");
+    if (root["listen"]) config.listen = r.scalar(root["listen"], "listen");
 
     if (root["defaults"])
         r.settings(root["defaults"], "defaults", config.defaults, config.defaults_where);

@@ -31,6 +31,7 @@ struct sensor_entry {
 //   defaults: {KEY: VALUE, ...}        applied to every sensor and check
 //   sensors:  [{id, kind, name, interval, stale_after, limits, settings}, ...]
 //   check:    {settings: {KEY: VALUE}}  optional, for the check subcommand
+//   listen:   ADDR:PORT                 optional, where run serves metrics and its status page
 // Setting maps may nest (credentials: {connection_mqtt: {port: 1883}} is
 // credentials.connection_mqtt.port), values may name environment variables (${VAR},
 // $${ for a literal ${) and KEY_file: PATH reads KEY's value from a file.
@@ -41,6 +42,7 @@ struct probe_config {
     std::vector<setting_pair> check_settings;
     setting_origins defaults_where;
     setting_origins check_where;
+    std::string listen;  // "listen:" ADDR:PORT for run's HTTP endpoint; empty: none
 
     const sensor_entry* find_sensor(int id) const;
 };

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "host/errors.h"
+#include "host/log_style.h"
 #include "host/output.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -60,8 +61,9 @@ void probe::print_log(const wire::Log& log) {
                                    ? "sensor " + std::to_string(log.sensor_id())
                                    : std::string("module");
     std::lock_guard lock(log_mutex_);
-    std::cerr << clock_now() << " " << source << " " << severity_name(severity) << ": "
-              << log.line().text() << std::endl;
+    std::cerr << log_line(severity, (journal_logs() ? "" : clock_now() + " ") + source + " " +
+                                        severity_name(severity) + ": " + log.line().text())
+              << std::endl;
 }
 
 std::optional<message_view> probe::try_create_sensor(int id, const settings_schema& schema,

@@ -210,7 +210,7 @@ void sensor_runner::judge_staleness(scan_view& view) {
 }
 
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop) {
+                 std::stop_token stop, status_board* board) {
     std::map<int, std::unique_ptr<sensor_runner>> runners;
     for (const auto& sensor : plan) {
         runners[sensor.id] = std::make_unique<sensor_runner>(p, sensor, printer.style().language);
@@ -220,7 +220,13 @@ void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_print
     scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
         try {
             auto& runner = *runners.at(id);
-            printer.print(runner.next_result(), runner.plan().limits);
+            const int failures = runner.creation_failures();
+            const auto view = runner.next_result();
+            if (board != nullptr) {
+                if (runner.creation_failures() > failures) board->count_creation_failure();
+                board->record(view);
+            }
+            printer.print(view, runner.plan().limits);
         } catch (const std::exception& e) {
             std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
         }

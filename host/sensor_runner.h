@@ -10,6 +10,7 @@
 #include "host/output.h"
 #include "host/probe.h"
 #include "host/result_state.h"
+#include "host/status_board.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -49,6 +50,8 @@ class sensor_runner {
     scan_view failure() const;
     const planned_sensor& plan() const { return plan_; }
     bool push() const { return push_; }
+    // Failed creation attempts since the last success.
+    int creation_failures() const { return failed_creations_; }
 
   private:
     bool required_checks_pass();
@@ -74,7 +77,8 @@ class sensor_runner {
 // Creates every sensor, scans each on its own interval on a worker pool and prints each
 // result until `stop`, then destroys them all. A sensor that cannot be created is an
 // error result at its interval and is tried again; the others run meanwhile.
+// Each result also goes to `board` when there is one.
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop);
+                 std::stop_token stop, status_board* board = nullptr);
 
 }  // namespace corvanis::monitoring_modules::host

@@ -7,6 +7,7 @@ SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 PKGS=(build-essential cmake pkg-config libpaho-mqtt-dev libhowardhinnant-date-dev
       libprotobuf-dev protobuf-compiler libgtest-dev libgmock-dev libbenchmark-dev
       libcli11-dev libcpp-httplib-dev libsqlite3-dev libyaml-cpp-dev libssl-dev openssl
+      prometheus chromium  # system tests only: promtool, the shard scrape, the status page
       mosquitto mosquitto-clients libjsoncons-dev clang-format)
 changed=0
 put() { if [ ! -f "$1" ] || [ "$(cat "$1")" != "$2" ]; then printf '%s\n' "$2" | $SUDO tee "$1" >/dev/null; changed=1; fi; }
