@@ -64,8 +64,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     });
     if (!made) return 0;
     if (!valid) fuzz::mismatch("an invalid filter was accepted");
-    // A backslash keeps a meaning of its own in the matcher; the reference leaves it out.
-    if (filter.find('\\') != std::string::npos) return 0;
     if (subscription->matches(topic) != reference_matches(filter, topic))
         fuzz::mismatch("match differs from the reference");
     return 0;
