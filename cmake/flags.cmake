@@ -39,3 +39,15 @@ function(project_add_test name)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
 endfunction()
+
+# Fuzz builds (clang): every target carries coverage instrumentation with ASan+UBSan; only
+# the fuzz targets link libFuzzer's driver (fuzz/CMakeLists.txt).
+option(MQTT_FUZZ "Build the libFuzzer targets in fuzz/ (clang only)" OFF)
+if(MQTT_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "MQTT_FUZZ needs clang (the fuzz preset sets it)")
+  endif()
+  target_compile_options(project_flags INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  target_link_options(project_flags INTERFACE -fsanitize=address,undefined)
+endif()

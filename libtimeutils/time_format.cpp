@@ -10,7 +10,9 @@
 // GCC 12 sees a false "may be used uninitialized" inside date's parser; the state of this
 // pragma must cover both the header and the instantiation below.
 #pragma GCC diagnostic push
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <date/date.h>
 
 namespace corvanis::monitoring_modules::libtimeutils {
@@ -24,13 +26,65 @@ bool ends_with(std::string_view text, std::string_view tail) {
     return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
-// date's parser knows offsets only as digits; ISO 8601 writes the zero offset as "Z".
-std::string with_numeric_zero_offset(const std::string& text, const std::string& format_text) {
-    if (!ends_with(text, "Z")) return text;
-    const auto stem = text.substr(0, text.size() - 1);
-    if (ends_with(format_text, "%Oz") || ends_with(format_text, "%Ez")) return stem + "+00:00";
-    if (ends_with(format_text, "%z")) return stem + "+0000";
-    return text;
+bool digits(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// date reads up to twelve characters of seconds and converts them to nanoseconds before any
+// range check, which overflows past nine integer digits (found by fuzzing). No field of a
+// valid time holds more than nine digits in a row (a fraction stops at nanoseconds).
+bool has_long_digit_run(std::string_view text) {
+    std::size_t run = 0;
+    for (const char c : text) {
+        run = (c >= '0' && c <= '9') ? run + 1 : 0;
+        if (run > 9) return true;
+    }
+    return false;
+}
+
+// A text and format with a trailing offset field taken off, and that offset.
+struct offset_split {
+    std::string text;
+    std::string format_text;
+    std::chrono::minutes offset{0};
+};
+
+// date's offset reader negates its "no offset" marker when a sign is followed by no digits
+// (undefined behaviour, found by fuzzing), so an offset that ends the format is read here:
+// "Z", or a sign and two hour digits with, optionally, two minute digits (after a colon for
+// "%Oz" and "%Ez"). Empty when the text does not end in such an offset.
+std::optional<offset_split> split_trailing_offset(const std::string& text,
+                                                  const std::string& format_text) {
+    std::size_t field = 0;
+    bool colon = false;
+    if (ends_with(format_text, "%Oz") || ends_with(format_text, "%Ez")) {
+        field = 3;
+        colon = true;
+    } else if (ends_with(format_text, "%z")) {
+        field = 2;
+    } else {
+        return offset_split{text, format_text};
+    }
+    offset_split out{"", format_text.substr(0, format_text.size() - field)};
+    if (ends_with(text, "Z")) {
+        out.text = text.substr(0, text.size() - 1);
+        return out;
+    }
+    const std::string_view all(text);
+    for (const std::size_t length : {colon ? 6u : 5u, 3u}) {
+        if (all.size() < length) continue;
+        const auto tail = all.substr(all.size() - length);
+        if (tail[0] != '+' && tail[0] != '-') continue;
+        const auto hours = tail.substr(1, 2);
+        const auto minutes = length == 3 ? std::string_view("00") : tail.substr(colon ? 4 : 3, 2);
+        if (!digits(hours) || !digits(minutes) || (length > 3 && colon && tail[3] != ':')) continue;
+        const int value = (hours[0] - '0') * 600 + (hours[1] - '0') * 60 + (minutes[0] - '0') * 10 +
+                          (minutes[1] - '0');
+        out.offset = std::chrono::minutes{tail[0] == '-' ? -value : value};
+        out.text = std::string(all.substr(0, all.size() - length));
+        return out;
+    }
+    return std::nullopt;
 }
 
 // The range of time_point ends within a second, so neither a check in whole seconds nor
@@ -76,11 +130,15 @@ std::string format(const std::string& format_text, time_point time) {
 
 time_point parse(const std::string& text, const std::string& format_text) {
     using namespace std::chrono;
-    std::istringstream in(with_numeric_zero_offset(text, format_text));
+    const auto split = split_trailing_offset(text, format_text);
+    if (!split || has_long_digit_run(text))
+        throw exceptions::could_not_parse(messages::could_not_parse()(text, format_text));
+    std::istringstream in(split->text);
     date::fields<nanoseconds> fields{};
     fields.has_tod = true;
-    minutes offset{0};
-    date::from_stream(in, format_text.c_str(), fields, static_cast<std::string*>(nullptr), &offset);
+    minutes offset = split->offset;
+    date::from_stream(in, split->format_text.c_str(), fields, static_cast<std::string*>(nullptr),
+                      &offset);
     const bool has_date = unsigned(fields.ymd.month()) != 0 && unsigned(fields.ymd.day()) != 0;
     if (in.fail() || in.peek() != std::istringstream::traits_type::eof() || !has_date) {
         throw exceptions::could_not_parse(messages::could_not_parse()(text, format_text));

@@ -69,6 +69,10 @@ TEST(time_format, refuses_texts_off_the_format_and_dates_that_do_not_exist) {
         {"2023-01-01T10:00:00", could_not_parse},
         {"2023-01-01T10:00:00.1234567891+00:00", could_not_parse},
         {"2023-01-01T10:00:00z", could_not_parse},
+        // Each once undefined behaviour inside the date parser:
+        {"2023-01-01T10:", could_not_parse},                     // ends before the seconds
+        {"2023-01-01T10:00:5555555555+00:00", could_not_parse},  // seconds beyond 64 bits of ns
+        {"2023-01-01T10:00:00-@0:00", could_not_parse},          // a sign without digits
         {"2023-02-29T10:00:00+00:00", invalid_date},
         {"2023-13-01T10:00:00+00:00", invalid_date},
         {"2023-01-01T24:00:00+00:00", invalid_date},
