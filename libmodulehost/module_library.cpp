@@ -34,7 +34,8 @@ module_library::module_library(const std::filesystem::path& path, receiver recei
                          std::to_string(api_level_) + ", this host speaks " +
                          std::to_string(protocol::api_level));
     }
-    if (const int code = initialize_(reinterpret_cast<std::uint64_t>(this), &module_library::on_message);
+    if (const int code =
+            initialize_(reinterpret_cast<std::uint64_t>(this), &module_library::on_message);
         code != protocol::result_ok) {
         throw load_error("the module refused to initialise (InitializeModule answered " +
                          std::to_string(code) + ")");
