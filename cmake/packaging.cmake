@@ -26,8 +26,9 @@ install(TARGETS mqtt_module LIBRARY DESTINATION ${MQTT_PRIVATE_LIBDIR})
 install(FILES packaging/tavo-probe.service packaging/tavo-probe@.service
         DESTINATION lib/systemd/system)
 install(FILES packaging/tavo-probe.yaml DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/tavo-probe)
-install(FILES README.md host/README.md docs/protocol.md
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# The operator's guide, where the units' Documentation= points.
+install(FILES host/README.md docs/protocol.md
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/tavo-probe)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tavo-probe)
@@ -40,8 +41,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The units call these.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers")
+set(CPACK_STRIP_FILES ON)
 configure_file(packaging/conffiles.in ${CMAKE_BINARY_DIR}/packaging/conffiles @ONLY)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/packaging/conffiles)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

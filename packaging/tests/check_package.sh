@@ -28,6 +28,7 @@ $prefix/$private/libTavoHelper.so.1|link
 $prefix/$private/libTavoHelper.so|absent
 $prefix/lib/systemd/system/tavo-probe.service|file
 $prefix/lib/systemd/system/tavo-probe@.service|file
+$prefix/share/doc/tavo-probe/README.md|file
 $sysconf/tavo-probe/tavo-probe.yaml|file
 TABLE
 
