@@ -31,3 +31,10 @@ responses::sensor_scan_result run_guarded_work(
 }
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::sensors::detail
+
+namespace corvanis::monitoring_modules::libtavohelper::sensors {
+
+// Defined here so that the framework library holds the one copy of the type information.
+sensor_interface::~sensor_interface() = default;
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::sensors
