@@ -27,6 +27,9 @@ endif()
 # Adds a GoogleTest binary whose cases are registered with CTest. LABEL is
 # "unit" (no network) or "system" (starts a local broker).
 function(project_add_test name)
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
   cmake_parse_arguments(T "" "LABEL;TIMEOUT" "SOURCES;LIBS" ${ARGN})
   if(NOT T_LABEL)
     set(T_LABEL unit)

@@ -12,10 +12,13 @@
 #include "host/output.h"
 #include "host/scheduler.h"
 #include "host/sensor_runner.h"
+#include "libtavohelper/protocol.h"
 
 namespace corvanis::monitoring_modules::host {
 
 namespace {
+
+namespace protocol = libtavohelper::protocol;
 
 tavo::wire::I18nMessage literal(const std::string& text) {
     tavo::wire::I18nMessage message;
@@ -127,7 +130,8 @@ int check_command(const global_options& global, const settings_options& settings
     validate_settings(schema, values);
     constexpr int check_id = 1;
     const auto outcome = p.module().check(check_id, make_block(schema, values));
-    if (outcome.code == 4 || outcome.code == 7) {
+    if (outcome.code == protocol::result_unknown_kind ||
+        outcome.code == protocol::result_creation_failed) {
         const std::string reason = outcome.message && outcome.message->has_message()
                                        ? render_text(outcome.message->message())
                                        : describe_result_code(outcome.code);
@@ -157,7 +161,7 @@ int notify_command(const global_options& global, const notify_options& options) 
     block.mutable_notification()->set_timeout_s(options.timeout);
     constexpr int notification_id = 1;
     const auto outcome = p.module().notify(notification_id, block);
-    if (outcome.code == 4) {
+    if (outcome.code == protocol::result_unknown_kind) {
         throw host_error("the module offers no notification \"" + std::string(notification_kind) +
                          "\"");
     }

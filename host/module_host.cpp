@@ -1,27 +1,23 @@
 #include "host/module_host.h"
 
-#include <dlfcn.h>
-
 #include <vector>
 
 #include "host/errors.h"
+#include "libtavohelper/protocol.h"
+
+#ifndef TAVO_PROBE_MODULE_DIR
+#define TAVO_PROBE_MODULE_DIR "../lib/tavo-probe"
+#endif
 
 namespace corvanis::monitoring_modules::host {
 
 namespace {
 
-constexpr int supported_api_level = 6;
-constexpr unsigned int selector_notification = 1;
-constexpr unsigned int selector_log_threshold = 2;
+namespace protocol = libtavohelper::protocol;
+
 // A module answers a call only after it sent the call's message; the grace covers one that does
 // not.
 constexpr std::chrono::milliseconds result_grace{2000};
-
-std::vector<char> bytes_of(const wire::SettingsBlock& block) {
-    std::vector<char> bytes(block.ByteSizeLong());
-    block.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
-}
 
 wire::ScanResult failed_scan(int id, const std::string& text) {
     wire::ScanResult result;
@@ -35,32 +31,10 @@ wire::ScanResult failed_scan(int id, const std::string& text) {
 }  // namespace
 
 std::string describe_result_code(int code) {
-    switch (code) {
-        case 0:
-            return "done";
-        case 1:
-            return "initialisation or size failure";
-        case 2:
-            return "an exception inside the call";
-        case 3:
-            return "the module is not initialised";
-        case 4:
-            return "no sensor, check or notification of this kind";
-        case 5:
-            return "a sensor with this id exists already";
-        case 6:
-            return "no sensor with this id";
-        case 7:
-            return "could not be created";
-        case 8:
-            return "meta-scan selector not offered";
-        case 9:
-            return "the notification failed";
-        case 10:
-            return "a notification with this id is still running";
-        default:
-            return "unknown result code " + std::to_string(code);
+    if (const auto meaning = protocol::result_code_meaning(code); !meaning.empty()) {
+        return std::string(meaning);
     }
+    return "unknown result code " + std::to_string(code);
 }
 
 std::filesystem::path default_module_path() {
@@ -68,10 +42,16 @@ std::filesystem::path default_module_path() {
     const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
     if (ec) return "libMQTT.so";
     const auto dir = exe.parent_path();
-    const auto beside_lib = (dir / ".." / "lib" / "libMQTT.so").lexically_normal();
-    if (std::filesystem::exists(beside_lib) || !std::filesystem::exists(dir / "libMQTT.so"))
-        return beside_lib;
-    return dir / "libMQTT.so";
+    // Installed: the private library folder; in a build tree: ../lib; else beside the program.
+    const std::filesystem::path candidates[] = {
+        (dir / TAVO_PROBE_MODULE_DIR / "libMQTT.so").lexically_normal(),
+        (dir / ".." / "lib" / "libMQTT.so").lexically_normal(),
+        dir / "libMQTT.so",
+    };
+    for (const auto& candidate : candidates) {
+        if (std::filesystem::exists(candidate)) return candidate;
+    }
+    return candidates[0];
 }
 
 // ---- module_inbox -------------------------------------------------------------
@@ -169,66 +149,25 @@ module_session::module_session(const std::filesystem::path& library, module_inbo
         throw host_error("cannot load the module: " + library.string() +
                          " does not exist (use --module PATH)");
     }
-    handle_ = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) throw host_error(std::string("cannot load the module: ") + dlerror());
-    const auto resolve = [&](auto& function, const char* name) {
-        function =
-            reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(handle_, name));
-        if (function == nullptr) {
-            throw host_error("cannot load the module: " + library.string() + " does not export " +
-                             name);
-        }
-    };
-    resolve(get_api_level_, "GetApiLevel");
-    resolve(initialize_, "InitializeModule");
-    resolve(cleanup_, "CleanupModule");
-    resolve(get_information_, "GetModuleInformation");
-    resolve(get_information_sync_, "GetModuleInformationSync");
-    resolve(create_, "CreateSensorInstance");
-    resolve(scan_, "ExecuteSensorScan");
-    resolve(destroy_, "DestroySensorInstance");
-    resolve(meta_scan_, "ExecuteMetaScan");
-    resolve(check_, "ExecuteCheck");
-    api_level_ = get_api_level_();
-    if (api_level_ != supported_api_level) {
-        throw host_error("cannot use the module: it speaks API level " +
-                         std::to_string(api_level_) + ", tavo-probe speaks " +
-                         std::to_string(supported_api_level));
-    }
-    if (const int code =
-            initialize_(reinterpret_cast<std::uint64_t>(&inbox_), &module_session::on_message);
-        code != 0) {
-        throw host_error("the module refused to initialise (InitializeModule answered " +
-                         std::to_string(code) + ")");
-    }
-}
-
-module_session::~module_session() {
-    cleanup_();
-}
-
-void module_session::on_message(std::uint64_t context, const void* bytes,
-                                std::uint32_t size) noexcept {
     try {
-        reinterpret_cast<module_inbox*>(context)->deliver(bytes, size);
-    } catch (...) {
-        // An exception must not unwind into the module's thread; the message is lost.
+        library_ = std::make_unique<modulehost::module_library>(
+            library,
+            [&inbox](const void* bytes, std::uint32_t size) { inbox.deliver(bytes, size); });
+    } catch (const modulehost::load_error& e) {
+        throw host_error(e.what());
     }
 }
+
+module_session::~module_session() = default;
 
 std::string module_session::module_information() {
-    std::uint32_t size = 0;
-    if (get_information_sync_(nullptr, &size, true) == 0 && size > 0) {
-        std::vector<char> buffer(size);
-        if (get_information_sync_(buffer.data(), &size, true) == 0) {
-            wire::ModuleMessage message;
-            if (message.ParseFromArray(buffer.data(), static_cast<int>(size)) &&
-                message.has_module_information()) {
-                return message.module_information().description();
-            }
+    if (const auto bytes = library_->module_information_now(true); !bytes.empty()) {
+        wire::ModuleMessage message;
+        if (message.ParseFromString(bytes) && message.has_module_information()) {
+            return message.module_information().description();
         }
     }
-    get_information_(true);
+    library_->request_module_information(true);
     if (auto info = inbox_.take_module_information(result_grace)) return info->description();
     throw host_error("the module sends no description document");
 }
@@ -236,50 +175,47 @@ std::string module_session::module_information() {
 int module_session::set_log_threshold(int severity) {
     wire::SettingsBlock block;
     block.set_log_threshold(severity);
-    const auto bytes = bytes_of(block);
-    return meta_scan_(0, selector_log_threshold, bytes.data(),
-                      static_cast<std::uint32_t>(bytes.size()));
+    return library_->meta_scan(0, protocol::selector_log_threshold, block);
 }
 
 call_outcome<wire::ScanResult> module_session::create_sensor(int id,
                                                              const wire::SettingsBlock& block) {
     inbox_.discard_scan_results(id);
-    const auto bytes = bytes_of(block);
-    const int code = create_(id, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    const int code = library_->create(id, block);
     // A refused sensor explains itself in an error result.
     return {code, inbox_.take_scan_result(id, std::chrono::milliseconds(0))};
 }
 
 wire::ScanResult module_session::scan(int id) {
-    const int code = scan_(id);
+    const int code = library_->scan(id);
+    const bool answered = code == protocol::result_ok;
     if (auto result =
-            inbox_.take_scan_result(id, code == 0 ? result_grace : std::chrono::milliseconds(0))) {
+            inbox_.take_scan_result(id, answered ? result_grace : std::chrono::milliseconds(0))) {
         return std::move(*result);
     }
-    if (code == 0) return failed_scan(id, "The module sent no result for this scan.");
+    if (answered) return failed_scan(id, "The module sent no result for this scan.");
     return failed_scan(id, "ExecuteSensorScan answered " + std::to_string(code) + ": " +
                                describe_result_code(code));
 }
 
 int module_session::destroy_sensor(int id) {
-    const int code = destroy_(id);
+    const int code = library_->destroy(id);
     inbox_.discard_scan_results(id);
     return code;
 }
 
 call_outcome<wire::CheckResult> module_session::check(int id, const wire::SettingsBlock& block) {
-    const auto bytes = bytes_of(block);
-    const int code = check_(id, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    const int code = library_->check(id, block);
+    const bool answered = code == protocol::result_ok;
     return {code,
-            inbox_.take_check_result(id, code == 0 ? result_grace : std::chrono::milliseconds(0))};
+            inbox_.take_check_result(id, answered ? result_grace : std::chrono::milliseconds(0))};
 }
 
 call_outcome<wire::NotificationResponse> module_session::notify(int id,
                                                                 const wire::SettingsBlock& block) {
-    const auto bytes = bytes_of(block);
-    const int code = meta_scan_(id, selector_notification, bytes.data(),
-                                static_cast<std::uint32_t>(bytes.size()));
-    const bool answered = code == 0 || code == 9;
+    const int code = library_->meta_scan(id, protocol::selector_notification, block);
+    const bool answered =
+        code == protocol::result_ok || code == protocol::result_notification_failed;
     return {code, inbox_.take_notification_response(
                       id, answered ? result_grace : std::chrono::milliseconds(0))};
 }

@@ -6,11 +6,12 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
-#include "module/mqtt_module.h"
+#include "libmodulehost/module_library.h"
 #include "tavo.pb.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -27,7 +28,8 @@ struct call_outcome {
 // What a module's result code means, for error texts.
 std::string describe_result_code(int code);
 
-// The libMQTT.so beside the running program: ../lib from its bin directory, then its own directory.
+// The libMQTT.so that belongs to the running program: its installed private library folder,
+// ../lib in a build tree, then its own directory.
 std::filesystem::path default_module_path();
 
 // Messages the module sends, sorted by kind and id as the callback receives them.
@@ -68,8 +70,8 @@ class module_inbox {
     std::map<int, std::deque<wire::ModuleInformation>> module_information_;  // guarded by mutex_
 };
 
-// A loaded and initialised module, driven only through its ten exports. The calls
-// other than construction and destruction may come from several threads at once.
+// A loaded and initialised module whose messages go to an inbox. The calls other than
+// construction and destruction may come from several threads at once.
 class module_session {
   public:
     // Loads the library, checks its API level and initialises it with the inbox's callback.
@@ -80,7 +82,7 @@ class module_session {
     module_session(const module_session&) = delete;
     module_session& operator=(const module_session&) = delete;
 
-    int api_level() const { return api_level_; }
+    int api_level() const { return library_->api_level(); }
     // The description document. Throws host_error when the module gives none.
     std::string module_information();
     int set_log_threshold(int severity);
@@ -93,21 +95,8 @@ class module_session {
     call_outcome<wire::NotificationResponse> notify(int id, const wire::SettingsBlock& block);
 
   private:
-    static void on_message(std::uint64_t context, const void* bytes, std::uint32_t size) noexcept;
-
     module_inbox& inbox_;
-    void* handle_ = nullptr;
-    int api_level_ = 0;
-    decltype(&::GetApiLevel) get_api_level_ = nullptr;
-    decltype(&::InitializeModule) initialize_ = nullptr;
-    decltype(&::CleanupModule) cleanup_ = nullptr;
-    decltype(&::GetModuleInformation) get_information_ = nullptr;
-    decltype(&::GetModuleInformationSync) get_information_sync_ = nullptr;
-    decltype(&::CreateSensorInstance) create_ = nullptr;
-    decltype(&::ExecuteSensorScan) scan_ = nullptr;
-    decltype(&::DestroySensorInstance) destroy_ = nullptr;
-    decltype(&::ExecuteMetaScan) meta_scan_ = nullptr;
-    decltype(&::ExecuteCheck) check_ = nullptr;
+    std::unique_ptr<modulehost::module_library> library_;
 };
 
 }  // namespace corvanis::monitoring_modules::host

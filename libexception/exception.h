@@ -8,6 +8,7 @@ namespace corvanis::monitoring_modules::libexception {
 // Root of every exception family: carries a plain message that what() returns.
 class exception : public std::exception {
   public:
+    ~exception() override;
     explicit exception(std::string message) : message_(std::move(message)) {}
     const char* what() const noexcept override { return message_.c_str(); }
 

@@ -9,6 +9,7 @@ namespace corvanis::monitoring_modules::libi18n {
 // keeps key and arguments so the host can translate.
 class i18n_exception : public libexception::exception {
   public:
+    ~i18n_exception() override;
     explicit i18n_exception(i18n_msg message)
         : libexception::exception(message.render_or_default()), message_(std::move(message)) {}
 

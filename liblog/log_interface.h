@@ -23,7 +23,7 @@ constexpr int to_int(severity s) noexcept {
 // Implementations must be callable from any thread.
 class log_interface {
   public:
-    virtual ~log_interface() = default;
+    virtual ~log_interface();
     virtual void log(severity level, const std::string& text) = 0;
 };
 

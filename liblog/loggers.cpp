@@ -55,3 +55,10 @@ std::size_t multiplex_logger::size() const {
 }
 
 }  // namespace corvanis::monitoring_modules::liblog
+
+namespace corvanis::monitoring_modules::liblog {
+
+// Defined here so that the framework library holds the one copy of the type information.
+log_interface::~log_interface() = default;
+
+}  // namespace corvanis::monitoring_modules::liblog

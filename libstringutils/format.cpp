@@ -50,3 +50,12 @@ std::string format(std::string_view fmt, const std::vector<std::string>& args) {
 }
 
 }  // namespace corvanis::monitoring_modules::libstringutils
+
+namespace corvanis::monitoring_modules::libstringutils::exceptions {
+
+// Defined here so that the framework library holds the one copy of the type information.
+exception::~exception() = default;
+format_string_error::~format_string_error() = default;
+placeholder_index_not_in_arguments::~placeholder_index_not_in_arguments() = default;
+
+}  // namespace corvanis::monitoring_modules::libstringutils::exceptions

@@ -11,14 +11,17 @@ namespace corvanis::monitoring_modules::libstringutils {
 namespace exceptions {
 class exception : public libexception::_exception<libexception::exception> {
   public:
+    ~exception() override;
     using _exception::_exception;
 };
 class format_string_error : public libexception::_exception<exception> {
   public:
+    ~format_string_error() override;
     format_string_error();
 };
 class placeholder_index_not_in_arguments : public libexception::_exception<exception> {
   public:
+    ~placeholder_index_not_in_arguments() override;
     explicit placeholder_index_not_in_arguments(std::string_view index_as_written);
 };
 }  // namespace exceptions

@@ -37,3 +37,17 @@ std::vector<const libi18n::i18n_msg*> all() {
 }
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::messages
+
+namespace corvanis::monitoring_modules::libtavohelper::utils::exceptions {
+
+// Defined here so that the framework library holds the one copy of the type information.
+exception::~exception() = default;
+initialization_error::~initialization_error() = default;
+service_container_error::~service_container_error() = default;
+sensor_registry_error::~sensor_registry_error() = default;
+setting_error::~setting_error() = default;
+setting_selection_parse_error::~setting_selection_parse_error() = default;
+channel_error::~channel_error() = default;
+message_error::~message_error() = default;
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::utils::exceptions

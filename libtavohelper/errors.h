@@ -58,35 +58,43 @@ std::vector<const libi18n::i18n_msg*> all();
 namespace utils::exceptions {
 class exception : public libi18n::_i18n_exception<libi18n::i18n_exception> {
   public:
+    ~exception() override;
     using _i18n_exception::_i18n_exception;
 };
 class initialization_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~initialization_error() override;
     using _i18n_exception::_i18n_exception;
 };
 class service_container_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~service_container_error() override;
     using _i18n_exception::_i18n_exception;
 };
 class sensor_registry_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~sensor_registry_error() override;
     using _i18n_exception::_i18n_exception;
 };
 class setting_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~setting_error() override;
     using _i18n_exception::_i18n_exception;
 };
 class setting_selection_parse_error : public libi18n::_i18n_exception<setting_error> {
   public:
+    ~setting_selection_parse_error() override;
     setting_selection_parse_error(const std::string& value, const std::string& type_name)
         : _i18n_exception(messages::setting_selection_parse_error()(value, type_name)) {}
 };
 class channel_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~channel_error() override;
     using _i18n_exception::_i18n_exception;
 };
 class message_error : public libi18n::_i18n_exception<exception> {
   public:
+    ~message_error() override;
     using _i18n_exception::_i18n_exception;
 };
 }  // namespace utils::exceptions

@@ -2,8 +2,10 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "liblog/log_interface.h"
+#include "libtavohelper/protocol.h"
 #include "module/module_instance_adapter.h"
 #include "module/mqtt_module.h"
 #include "module/tavo_module_mqtt.h"
@@ -16,10 +18,20 @@ namespace {
 // against every other call, so the exports read it without a lock.
 std::unique_ptr<mqtt::module_instance_adapter> adapter;
 
-constexpr int result_ok = 0;
-constexpr int result_failure = 1;
-constexpr int result_exception = 2;
-constexpr int result_not_initialized = 3;
+using namespace corvanis::monitoring_modules::libtavohelper::protocol;
+
+// A host resolves the exports by these types; a declaration that drifts must not build.
+static_assert(std::is_same_v<decltype(&::GetApiLevel), get_api_level_fn>);
+static_assert(std::is_same_v<decltype(&::InitializeModule), initialize_module_fn>);
+static_assert(std::is_same_v<decltype(&::CleanupModule), cleanup_module_fn>);
+static_assert(std::is_same_v<decltype(&::GetModuleInformation), get_module_information_fn>);
+static_assert(
+    std::is_same_v<decltype(&::GetModuleInformationSync), get_module_information_sync_fn>);
+static_assert(std::is_same_v<decltype(&::CreateSensorInstance), create_sensor_instance_fn>);
+static_assert(std::is_same_v<decltype(&::ExecuteSensorScan), execute_sensor_scan_fn>);
+static_assert(std::is_same_v<decltype(&::DestroySensorInstance), destroy_sensor_instance_fn>);
+static_assert(std::is_same_v<decltype(&::ExecuteMetaScan), execute_meta_scan_fn>);
+static_assert(std::is_same_v<decltype(&::ExecuteCheck), execute_check_fn>);
 
 // The one exception barrier: nothing thrown inside a call may reach the host.
 template <class F>
@@ -53,7 +65,7 @@ int forward(const char* name, F&& call) noexcept {
 extern "C" {
 
 int GetApiLevel(void) {
-    return 6;
+    return api_level;
 }
 
 int InitializeModule(uint64_t host_context, mqtt_module_callback callback) {

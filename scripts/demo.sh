@@ -5,5 +5,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake --preset release
-cmake --build --preset release
+cmake --build --preset release --target tavo-probe mqtt_module
 exec build-release/bin/tavo-probe demo "$@"

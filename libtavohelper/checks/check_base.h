@@ -6,7 +6,7 @@ namespace corvanis::monitoring_modules::libtavohelper::checks {
 
 class check_interface {
   public:
-    virtual ~check_interface() = default;
+    virtual ~check_interface();
     virtual int get_id() const = 0;
     virtual void log(const std::string& text) = 0;
     virtual void log(liblog::severity level, const std::string& text) = 0;

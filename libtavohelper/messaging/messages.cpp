@@ -71,3 +71,11 @@ std::vector<char> response::serialize() const {
 
 }  // namespace notifications
 }  // namespace corvanis::monitoring_modules::libtavohelper
+
+namespace corvanis::monitoring_modules::libtavohelper::messaging {
+
+// Defined here so that the framework library holds the one copy of the type information.
+tavo_message::~tavo_message() = default;
+message_service_interface::~message_service_interface() = default;
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::messaging

@@ -12,7 +12,7 @@ namespace corvanis::monitoring_modules::libtavohelper::messaging {
 // message, ready for the host callback.
 class tavo_message {
   public:
-    virtual ~tavo_message() = default;
+    virtual ~tavo_message();
     virtual std::vector<char> serialize() const = 0;
 };
 
@@ -58,7 +58,7 @@ class log_message : public tavo_message {
 // Sends serialised messages to the host. Callable from any thread.
 class message_service_interface {
   public:
-    virtual ~message_service_interface() = default;
+    virtual ~message_service_interface();
     // Throws message_too_long for a message the callback cannot carry.
     virtual void send(const std::vector<char>& bytes) = 0;
     void send(const tavo_message& message) { send(message.serialize()); }

@@ -27,3 +27,11 @@ void register_sensor_log(const std::shared_ptr<service_container>& container) {
 }
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::module
+
+namespace corvanis::monitoring_modules::libtavohelper::module {
+
+// Defined here so that the framework library holds the one copy of the type information.
+host_log::~host_log() = default;
+sensor_log::~sensor_log() = default;
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::module

@@ -14,6 +14,7 @@ class service_container;
 // throws: a line that cannot be sent is dropped.
 class host_log : public liblog::log_interface {
   public:
+    ~host_log() override;
     static constexpr int default_threshold = liblog::to_int(liblog::severity::warning);
 
     host_log(messaging::log_source source,
@@ -38,6 +39,7 @@ class host_log : public liblog::log_interface {
 // liblog::log_interface instance).
 class sensor_log : public host_log {
   public:
+    ~sensor_log() override;
     explicit sensor_log(std::shared_ptr<messaging::message_service_interface> out)
         : host_log(messaging::log_source::sensor, std::move(out)) {}
 };

@@ -6,11 +6,11 @@
 
 #include "libtavohelper/module/sensor_dispatcher.h"
 #include "libtavohelper/module/service_container.h"
+#include "libtavohelper/protocol.h"
 
 namespace corvanis::monitoring_modules::libtavohelper::module {
 
-// The host's message callback: (host context, bytes, byte count).
-using host_callback = void (*)(std::uint64_t, const void*, std::uint32_t);
+using host_callback = protocol::message_callback;
 
 // Base of a module object: keeps the host context, and owns the service container
 // and the dispatcher. Registers the message service factory that ends in the callback.

@@ -3,42 +3,12 @@
 #include <stdexcept>
 
 #include "libtavohelper/module/logs.h"
-#include "libtavohelper/module/module_instance.h"
 
 namespace corvanis::monitoring_modules::libtavohelper {
 
-namespace sensors::detail {
-
-std::shared_ptr<liblog::log_interface> make_logger(int id, module::service_container& container) {
-    return std::make_shared<module::sensor_logger>(id,
-                                                   container.find_instance<module::sensor_log>());
-}
-
-void send(module::service_container& container, const messaging::tavo_message& message) {
-    container.get_or_create<messaging::message_service_interface>()->send(message);
-}
-
-responses::sensor_scan_result run_guarded_work(
-    int id, liblog::log_interface& log,
-    const std::function<responses::sensor_scan_result()>& work) {
-    try {
-        return work();
-    } catch (const libi18n::i18n_exception& e) {
-        log.log(liblog::severity::error, std::string("Scan failed: ") + e.what());
-        return {id, e};
-    } catch (const std::exception& e) {
-        log.log(liblog::severity::error, std::string("Scan failed: ") + e.what());
-        return {id, e};
-    } catch (...) {
-        log.log(liblog::severity::error, "Scan failed with an unknown exception.");
-        return {id, std::runtime_error("Unknown exception.")};
-    }
-}
-
-}  // namespace sensors::detail
-
 namespace module {
 
+using namespace protocol;
 using utils::exceptions::sensor_registry_error;
 
 // ---- sensor_stock ----------------------------------------------------------
@@ -101,7 +71,7 @@ int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_dat
     if (stock_.find(id)) {
         log(liblog::severity::error,
             messages::sensor_already_registered()(std::to_string(id)).render());
-        return dispatch_id_in_use;
+        return result_id_in_use;
     }
     const auto kind = sensor_kinds_.find(data.kind());
     if (kind == sensor_kinds_.end()) {
@@ -109,7 +79,7 @@ int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_dat
             messages::sensor_registry()("Unknown sensor kind \"" + data.kind() + "\"."));
         log(liblog::severity::error, error.what());
         send(responses::sensor_scan_result(id, error));
-        return dispatch_unknown_kind;
+        return result_unknown_kind;
     }
     std::shared_ptr<sensors::sensor_interface> sensor;
     try {
@@ -118,19 +88,19 @@ int sensor_dispatcher::create_sensor_instance(int id, const settings::sensor_dat
         log(liblog::severity::error,
             "Sensor " + std::to_string(id) + " could not be created: " + e.what());
         send(responses::sensor_scan_result(id, e));
-        return dispatch_creation_failed;
+        return result_creation_failed;
     } catch (const std::exception& e) {
         log(liblog::severity::error,
             "Sensor " + std::to_string(id) + " could not be created: " + e.what());
         send(responses::sensor_scan_result(id, e));
-        return dispatch_creation_failed;
+        return result_creation_failed;
     }
     try {
         stock_.add_sensor(id, sensor);
     } catch (const sensor_registry_error&) {
-        return dispatch_id_in_use;  // created concurrently under the same id
+        return result_id_in_use;  // created concurrently under the same id
     }
-    return dispatch_ok;
+    return result_ok;
 }
 
 int sensor_dispatcher::execute_sensor_scan(int id) {
@@ -138,10 +108,10 @@ int sensor_dispatcher::execute_sensor_scan(int id) {
     if (!sensor) {
         log(liblog::severity::error,
             messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
-        return dispatch_unknown_id;
+        return result_unknown_id;
     }
     sensor->scan();
-    return dispatch_ok;
+    return result_ok;
 }
 
 int sensor_dispatcher::destroy_sensor_instance(int id) {
@@ -149,18 +119,18 @@ int sensor_dispatcher::destroy_sensor_instance(int id) {
     if (!sensor) {
         log(liblog::severity::error,
             messages::sensor_not_in_sensor_stock()(std::to_string(id)).render());
-        return dispatch_unknown_id;
+        return result_unknown_id;
     }
     sensor.reset();  // a scan still running keeps its own reference and ends first
-    return dispatch_ok;
+    return result_ok;
 }
 
 int sensor_dispatcher::execute_meta_scan(int id, unsigned int selector,
                                          const settings::sensor_data_wrapper& data) {
     switch (selector) {
-        case meta_scan_notification:
+        case selector_notification:
             return send_notification(id, data);
-        case meta_scan_log_threshold: {
+        case selector_log_threshold: {
             const int threshold = data.get_log_threshold();
             if (auto runtime = std::dynamic_pointer_cast<host_log>(
                     container_->find_instance<liblog::log_interface>())) {
@@ -169,10 +139,10 @@ int sensor_dispatcher::execute_meta_scan(int id, unsigned int selector,
             if (auto sensor = container_->find_instance<sensor_log>()) {
                 sensor->set_threshold(threshold);
             }
-            return dispatch_ok;
+            return result_ok;
         }
         default:
-            return dispatch_unsupported_selector;
+            return result_unsupported_selector;
     }
 }
 
@@ -195,18 +165,17 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
     if (kind == notification_kinds_.end()) {
         return fail(
             messages::sensor_registry()("Unknown notification kind \"" + data.kind() + "\"."),
-            dispatch_unknown_kind);
+            result_unknown_kind);
     }
     const auto request = data.get_notification_request();
     if (!request) {
-        return fail(messages::setting_not_available()("notification"),
-                    dispatch_notification_failed);
+        return fail(messages::setting_not_available()("notification"), result_notification_failed);
     }
     {
         std::lock_guard lock(notifications_mutex_);
         if (!notifications_running_.insert(id).second) {
             return fail(messages::notification_already_registered()(std::to_string(id)),
-                        dispatch_notification_busy);
+                        result_notification_busy);
         }
     }
     struct running_guard {
@@ -221,10 +190,9 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
     try {
         kind->second(container_)->send_notification(*request, data, lines);
     } catch (const std::exception& e) {
-        return fail(libi18n::to_i18n_msg(e), dispatch_notification_failed);
+        return fail(libi18n::to_i18n_msg(e), result_notification_failed);
     } catch (...) {
-        return fail(libi18n::messages::generic()("Unknown exception."),
-                    dispatch_notification_failed);
+        return fail(libi18n::messages::generic()("Unknown exception."), result_notification_failed);
     }
     notifications::response answer(lines->lines());
     answer.set_id(id);
@@ -234,7 +202,7 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
         log(liblog::severity::error,
             std::string("Could not send a message to the host: ") + e.what());
     }
-    return dispatch_ok;
+    return result_ok;
 }
 
 int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper& data) {
@@ -244,7 +212,7 @@ int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper
         failed.set_message(
             messages::sensor_registry()("Unknown check kind \"" + data.kind() + "\"."));
         send(failed);
-        return dispatch_unknown_kind;
+        return result_unknown_kind;
     }
     std::unique_ptr<checks::check_interface> check;
     try {
@@ -254,7 +222,7 @@ int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper
             "Check " + std::to_string(id) + " could not be created: " + e.what());
         failed.set_message(libi18n::to_i18n_msg(e));
         send(failed);
-        return dispatch_creation_failed;
+        return result_creation_failed;
     }
     try {
         send(check->work());
@@ -262,30 +230,7 @@ int sensor_dispatcher::execute_check(int id, const settings::sensor_data_wrapper
         failed.set_message(libi18n::to_i18n_msg(e));
         send(failed);
     }
-    return dispatch_ok;
-}
-
-// ---- module_instance ---------------------------------------------------------
-
-module_instance::module_instance(std::uint64_t host_context, host_callback callback)
-    : host_context_(host_context),
-      service_container_(std::make_shared<service_container>()),
-      sensor_dispatcher_(std::make_shared<sensor_dispatcher>(service_container_)) {
-    service_container_->register_factory<messaging::message_service_interface>(
-        std::function<std::unique_ptr<messaging::message_service_interface>()>(
-            [host_context, callback] {
-                return std::make_unique<messaging::message_service>(
-                    [host_context, callback](void* bytes, unsigned long size) {
-                        if (callback != nullptr) {
-                            callback(host_context, bytes, static_cast<std::uint32_t>(size));
-                        }
-                    });
-            }));
-}
-
-module_instance::~module_instance() {
-    // Sensors first: they hold clients and loggers that live in the container.
-    sensor_dispatcher_.reset();
+    return result_ok;
 }
 
 }  // namespace module

@@ -10,28 +10,10 @@
 #include "libtavohelper/checks/check_base.h"
 #include "libtavohelper/module/service_container.h"
 #include "libtavohelper/notifications/notification.h"
+#include "libtavohelper/protocol.h"
 #include "libtavohelper/sensors/sensor_base.h"
 
 namespace corvanis::monitoring_modules::libtavohelper::module {
-
-// What the dispatcher's calls answer; a module passes them to its host unchanged.
-enum dispatch_result : int {
-    dispatch_ok = 0,
-    dispatch_unknown_kind = 4,          // no sensor, check or notification of that kind
-    dispatch_id_in_use = 5,             // a sensor with that id exists already
-    dispatch_unknown_id = 6,            // no sensor with that id
-    dispatch_creation_failed = 7,       // the reason was sent as an error result
-    dispatch_unsupported_selector = 8,  // meta-scan selector not offered
-    dispatch_notification_failed = 9,   // the response with the failure was sent
-    dispatch_notification_busy = 10,    // a notification with that id is still running
-};
-
-// Meta-scan selectors that the framework itself answers.
-enum meta_scan_selector : unsigned int {
-    meta_scan_sensor = 0,         // a sensor's own meta scan
-    meta_scan_notification = 1,   // send the notification request of the block
-    meta_scan_log_threshold = 2,  // set the severity threshold of both logs
-};
 
 // The live sensors by id. Thread-safe.
 class sensor_stock {
@@ -49,6 +31,7 @@ class sensor_stock {
 
 // Creates, scans and destroys sensor instances by id, runs checks and
 // notifications. Calls may come from several host threads at once.
+// Answers protocol::result_code values; a module passes them to its host unchanged.
 class sensor_dispatcher {
   public:
     explicit sensor_dispatcher(std::shared_ptr<service_container> container)

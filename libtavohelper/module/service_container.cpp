@@ -15,3 +15,11 @@ std::string type_name(const std::type_info& type) {
 }
 
 }  // namespace corvanis::monitoring_modules::libtavohelper::module
+
+namespace corvanis::monitoring_modules::libtavohelper::module {
+
+// Defined here so that the framework library holds the one copy of the type information.
+factory_wrapper_base::~factory_wrapper_base() = default;
+instance_wrapper_base::~instance_wrapper_base() = default;
+
+}  // namespace corvanis::monitoring_modules::libtavohelper::module

@@ -22,7 +22,7 @@ std::string type_name() {
 }
 
 struct factory_wrapper_base {
-    virtual ~factory_wrapper_base() = default;
+    virtual ~factory_wrapper_base();
 };
 
 template <class F>
@@ -71,7 +71,7 @@ class factory_store {
 };
 
 struct instance_wrapper_base {
-    virtual ~instance_wrapper_base() = default;
+    virtual ~instance_wrapper_base();
 };
 
 template <class T>

@@ -55,7 +55,7 @@ class response {
 // dispatcher then reports the failure to the host with the lines logged so far.
 class service_interface {
   public:
-    virtual ~service_interface() = default;
+    virtual ~service_interface();
     // `log` collects the lines that go back to the host with the response.
     virtual void send_notification(const request& req,
                                    const settings::sensor_data_wrapper& settings,

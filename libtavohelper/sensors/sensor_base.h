@@ -19,7 +19,7 @@ struct identity {
 
 class sensor_interface {
   public:
-    virtual ~sensor_interface() = default;
+    virtual ~sensor_interface();
     virtual int get_id() const = 0;
     virtual void log(const std::string& text) = 0;
     virtual void log(liblog::severity level, const std::string& text) = 0;

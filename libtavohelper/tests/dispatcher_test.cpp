@@ -16,7 +16,7 @@ namespace wire = corvanis::tavo::wire;
 using th::settings::sensor_data_wrapper;
 using message = wire::ModuleMessage;
 using strings = std::vector<std::string>;
-using enum th::module::dispatch_result;
+using enum th::protocol::result_code;
 
 namespace {
 
@@ -144,16 +144,16 @@ class sensor_dispatcher : public ::testing::Test {
 };
 
 TEST_F(sensor_dispatcher, lifecycle_result_codes_and_why_creation_failed) {
-    EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), dispatch_unknown_kind);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})), dispatch_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("nope", {})), result_unknown_kind);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {})), result_creation_failed);
     EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "0"}})),
-              dispatch_creation_failed);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), dispatch_ok);
-    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), dispatch_id_in_use);
-    EXPECT_EQ(d.execute_sensor_scan(2), dispatch_unknown_id);
-    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})), dispatch_unsupported_selector);
-    EXPECT_EQ(d.destroy_sensor_instance(1), dispatch_ok);
-    EXPECT_EQ(d.destroy_sensor_instance(1), dispatch_unknown_id);
+              result_creation_failed);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), result_ok);
+    EXPECT_EQ(d.create_sensor_instance(1, block("counter", {{"step", "5"}})), result_id_in_use);
+    EXPECT_EQ(d.execute_sensor_scan(2), result_unknown_id);
+    EXPECT_EQ(d.execute_meta_scan(1, 77, block("counter", {})), result_unsupported_selector);
+    EXPECT_EQ(d.destroy_sensor_instance(1), result_ok);
+    EXPECT_EQ(d.destroy_sensor_instance(1), result_unknown_id);
 
     ASSERT_EQ(
         keys(message::kScanResult),
@@ -168,7 +168,7 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
     wire::SettingsBlock raw;
     raw.set_log_threshold(7);
     const auto encoded = raw.SerializeAsString();
-    ASSERT_EQ(d.execute_meta_scan(0, th::module::meta_scan_log_threshold,
+    ASSERT_EQ(d.execute_meta_scan(0, th::protocol::selector_log_threshold,
                                   sensor_data_wrapper(encoded.data(), encoded.size())),
               0);
     for (int i = 0; i < 3; ++i) ASSERT_EQ(d.execute_sensor_scan(4), 0);
@@ -196,18 +196,18 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
 
 TEST_F(sensor_dispatcher, checks_and_notifications_report_failures_through_the_callback) {
     EXPECT_EQ(d.execute_check(3, block("ok_check", {{"step", "1"}})), 0);
-    EXPECT_EQ(d.execute_check(3, block("ok_check", {})), dispatch_creation_failed);
-    EXPECT_EQ(d.execute_check(3, block("nope", {})), dispatch_unknown_kind);
+    EXPECT_EQ(d.execute_check(3, block("ok_check", {})), result_creation_failed);
+    EXPECT_EQ(d.execute_check(3, block("nope", {})), result_unknown_kind);
     EXPECT_EQ(keys(message::kCheckResult), (strings{"", "libtavohelper.error.setting_not_available",
                                                     "libtavohelper.error.sensor_registry"}));
     const auto checks = take(message::kCheckResult);
     for (std::size_t i = 0; i < checks.size(); ++i)
         EXPECT_EQ(checks[i].check_result().success(), i == 0);
 
-    const auto notify = th::module::meta_scan_notification;
+    const auto notify = th::protocol::selector_notification;
     EXPECT_EQ(d.execute_meta_scan(9, notify, block("quiet", {})),
-              dispatch_notification_failed);  // the block holds no request
-    EXPECT_EQ(d.execute_meta_scan(9, notify, block("nope", {})), dispatch_unknown_kind);
+              result_notification_failed);  // the block holds no request
+    EXPECT_EQ(d.execute_meta_scan(9, notify, block("nope", {})), result_unknown_kind);
     EXPECT_EQ(keys(message::kNotificationResponse),
               (strings{"libtavohelper.error.setting_not_available",
                        "libtavohelper.error.sensor_registry"}));
@@ -219,14 +219,14 @@ TEST_F(sensor_dispatcher, checks_and_notifications_report_failures_through_the_c
 TEST_F(sensor_dispatcher, a_notification_id_runs_once_at_a_time) {
     auto request = block("gated", {});
     request.set_notification_request({"alerts/a", "text", 5});
-    const auto notify = th::module::meta_scan_notification;
+    const auto notify = th::protocol::selector_notification;
     std::thread first([&] { EXPECT_EQ(d.execute_meta_scan(4, notify, request), 0); });
     std::thread other([&] { EXPECT_EQ(d.execute_meta_scan(5, notify, request), 0); });
     {
         std::unique_lock lock(held.mutex);
         held.changed.wait(lock, [] { return held.inside == 2; });
     }
-    EXPECT_EQ(d.execute_meta_scan(4, notify, request), dispatch_notification_busy);
+    EXPECT_EQ(d.execute_meta_scan(4, notify, request), result_notification_busy);
     {
         std::lock_guard lock(held.mutex);
         held.open = true;

@@ -1,6 +1,5 @@
 #include "mqtt/sensors/testing/module_host.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,6 +9,8 @@
 namespace module_testing {
 
 namespace {
+
+namespace protocol = corvanis::monitoring_modules::libtavohelper::protocol;
 
 bool is_secret(const std::string& key) {
     return key.ends_with("password") || key.ends_with("apikey");
@@ -29,76 +30,46 @@ wire::SettingsBlock settings_block(const std::string& kind, int port,
     return block;
 }
 
-module_host::module_host() {
-    handle_ = dlopen(MQTT_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) {
-        ADD_FAILURE() << dlerror();
-        return;
-    }
-    const auto resolve = [this](auto& f, const char* name) {
-        f = reinterpret_cast<std::remove_reference_t<decltype(f)>>(dlsym(handle_, name));
-        if (f == nullptr) ADD_FAILURE() << "missing export " << name;
-    };
-    resolve(initialize_, "InitializeModule");
-    resolve(cleanup_, "CleanupModule");
-    resolve(create_, "CreateSensorInstance");
-    resolve(scan_, "ExecuteSensorScan");
-    resolve(destroy_, "DestroySensorInstance");
-    resolve(meta_scan_, "ExecuteMetaScan");
-    resolve(check_, "ExecuteCheck");
-    EXPECT_EQ(initialize_(reinterpret_cast<uint64_t>(this), &module_host::callback), 0);
-}
+module_host::module_host()
+    : library_(std::make_unique<corvanis::monitoring_modules::modulehost::module_library>(
+          MQTT_MODULE_PATH,
+          [this](const void* bytes, std::uint32_t size) { receive(bytes, size); })) {}
 
-module_host::~module_host() {
-    if (handle_ != nullptr) {
-        cleanup_();
-        dlclose(handle_);
-    }
-}
+module_host::~module_host() = default;
 
-void module_host::callback(uint64_t context, const void* bytes, uint32_t size) {
-    auto* self = reinterpret_cast<module_host*>(context);
+void module_host::receive(const void* bytes, std::uint32_t size) {
     wire::ModuleMessage message;
     if (!message.ParseFromArray(bytes, static_cast<int>(size))) {
         ADD_FAILURE() << "undecodable module message of " << size << " bytes";
         return;
     }
     {
-        std::lock_guard lock(self->mutex_);
-        self->messages_.push_back(std::move(message));
-        ++self->arrivals_;
+        std::lock_guard lock(mutex_);
+        messages_.push_back(std::move(message));
+        ++arrivals_;
     }
-    self->arrived_.notify_all();
+    arrived_.notify_all();
 }
-
-namespace {
-template <class F>
-int with_bytes(const wire::SettingsBlock& block, F&& f) {
-    const auto bytes = block.SerializeAsString();
-    return f(bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-}  // namespace
 
 int module_host::create(int id, const wire::SettingsBlock& block) {
-    return with_bytes(block, [&](const void* d, uint32_t n) { return create_(id, d, n); });
+    return library_->create(id, block);
 }
 int module_host::scan(int id) {
-    return scan_(id);
+    return library_->scan(id);
 }
 int module_host::destroy(int id) {
-    return destroy_(id);
+    return library_->destroy(id);
 }
 int module_host::check(int id, const wire::SettingsBlock& block) {
-    return with_bytes(block, [&](const void* d, uint32_t n) { return check_(id, d, n); });
+    return library_->check(id, block);
 }
 int module_host::meta_scan(int id, unsigned selector, const wire::SettingsBlock& block) {
-    return with_bytes(block,
-                      [&](const void* d, uint32_t n) { return meta_scan_(id, selector, d, n); });
+    return library_->meta_scan(id, selector, block);
 }
 void module_host::set_log_threshold(int threshold) {
     wire::SettingsBlock block;
     block.set_log_threshold(threshold);
-    EXPECT_EQ(meta_scan(0, 2, block), 0);
+    EXPECT_EQ(meta_scan(0, protocol::selector_log_threshold, block), protocol::result_ok);
 }
 
 std::vector<wire::ModuleMessage> module_host::messages() {

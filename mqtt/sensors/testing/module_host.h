@@ -1,16 +1,17 @@
 #pragma once
-// An in-process host for end-to-end tests: loads the built module with dlopen and
-// talks to it only through the ten exports and the callback, as a real host does.
+// An in-process host for end-to-end tests: loads the built module through the shared loader
+// and keeps every message it sends, in arrival order.
 
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "module/mqtt_module.h"
+#include "libmodulehost/module_library.h"
 #include "tavo.pb.h"
 
 namespace module_testing {
@@ -27,7 +28,7 @@ wire::SettingsBlock settings_block(const std::string& kind, int port,
 
 class module_host {
   public:
-    // Loads MQTT_MODULE_PATH and initialises it; fails the test on error.
+    // Loads MQTT_MODULE_PATH and initialises it; throws load_error when that fails.
     module_host();
     ~module_host();
     module_host(const module_host&) = delete;
@@ -55,21 +56,14 @@ class module_host {
                   std::chrono::milliseconds timeout);
 
   private:
-    static void callback(uint64_t context, const void* bytes, uint32_t size);
-
-    void* handle_ = nullptr;
-    decltype(&InitializeModule) initialize_ = nullptr;
-    decltype(&CleanupModule) cleanup_ = nullptr;
-    decltype(&CreateSensorInstance) create_ = nullptr;
-    decltype(&ExecuteSensorScan) scan_ = nullptr;
-    decltype(&DestroySensorInstance) destroy_ = nullptr;
-    decltype(&ExecuteMetaScan) meta_scan_ = nullptr;
-    decltype(&ExecuteCheck) check_ = nullptr;
+    void receive(const void* bytes, std::uint32_t size);
 
     std::mutex mutex_;
     std::condition_variable arrived_;
     std::vector<wire::ModuleMessage> messages_;  // guarded by mutex_
     std::size_t arrivals_ = 0;                   // guarded by mutex_; survives clear()
+    // Last, so that the module is cleaned up before the messages it may still send go away.
+    std::unique_ptr<corvanis::monitoring_modules::modulehost::module_library> library_;
 };
 
 // A channel's value as a double, whichever kind it was sent as; NaN when absent.
