@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs every build, test and demo dependency on Debian 12. Idempotent and
 # non-interactive: a second run installs nothing and changes no file.
+# Usage: scripts/setup.sh [fuzz] [soak]
 #
 # Leaves the system's apt sources as they are. jsoncons exists only in Debian trixie, so its
 # one package (headers and CMake files, architecture all, no dependencies) is fetched with a
@@ -13,6 +14,14 @@ PKGS=(build-essential cmake pkg-config libpaho-mqtt-dev libhowardhinnant-date-de
       libcli11-dev libcpp-httplib-dev libsqlite3-dev libyaml-cpp-dev libssl-dev openssl
       prometheus chromium  # system tests only: promtool, the shard scrape, the status page
       mosquitto mosquitto-clients clang-format)
+# Extra passes ask for their own tools: `setup.sh fuzz` (clang's libFuzzer), `setup.sh soak`.
+for extra in "$@"; do
+  case "$extra" in
+    fuzz) PKGS+=(clang libclang-rt-14-dev) ;;
+    soak) PKGS+=(python3) ;;
+    *) echo "setup: unknown extra '$extra' (fuzz, soak)" >&2; exit 2 ;;
+  esac
+done
 missing=()
 for p in "${PKGS[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q '^install ok installed$' || missing+=("$p")

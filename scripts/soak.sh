@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 restarts="${1:-5}"
-bash scripts/setup.sh
+bash scripts/setup.sh soak
 cmake --preset asan >/dev/null
 cmake --build --preset asan --target tavo-probe mqtt_module fault_proxy
 exec python3 scripts/soak.py build-asan/bin "$restarts"
