@@ -362,7 +362,7 @@ TEST_F(system_test, sensors_are_checked_and_created_side_by_side) {
 #endif
 
 TEST(system_demo_test, the_demo_shows_every_sensor_the_check_and_the_notification) {
-    const auto o = probe_test::run({"demo", "--seconds", "7", "--json"});
+    const auto o = probe_test::run({"demo", "--seconds", "10", "--json"});
     ASSERT_EQ(o.exit_code, 0) << o.err;
     std::map<std::string, int> good;
     for (const auto& r : o.json_lines()) {
