@@ -191,8 +191,8 @@ int run_command(const global_options& global, const run_options& options, std::s
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
             plan.push_back(plan_sensor(
-                p.doc(), entry, settings_layers(p.doc(), &config, &entry.settings, label, {},
-                                             &entry.where)));
+                p.doc(), entry,
+                settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }

@@ -37,7 +37,8 @@ class operations_system_test : public ::testing::Test {
     // Statistics sensors 1..count on the broker, plus one round trip to a port where nothing
     // listens when `failing`.
     std::string config(int count, bool failing, const std::string& top = "") const {
-        std::string text = top + "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
+        std::string text = top +
+                           "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
                            std::to_string(broker_->port()) + "\nsensors:\n";
         for (int id = 1; id <= count; ++id) {
             text += "  - id: " + std::to_string(id) +
