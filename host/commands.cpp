@@ -178,11 +178,12 @@ int notify_command(const global_options& global, const notify_options& options) 
     return response.success() ? exit_ok : exit_failed;
 }
 
-int run_command(const global_options& global, const run_options& options, std::stop_token stop) {
-    const auto config = load_config(options.config);
+namespace {
+
+// Every sensor of a config, resolved and checked; throws host_error naming the sensor.
+std::vector<planned_sensor> plan_config(const probe& p, const probe_config& config) {
     if (config.sensors.empty())
         throw host_error(config.name + ": no sensors to run (sensors: is empty)");
-    probe p(global, options.state);
     std::vector<planned_sensor> plan;
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
@@ -193,12 +194,24 @@ int run_command(const global_options& global, const run_options& options, std::s
             throw host_error(label + ": " + e.what(), e.code());
         }
     }
+    return plan;
+}
+
+}  // namespace
+
+int run_command(const global_options& global, const run_options& options, std::stop_token stop,
+                reload_requests* reloads) {
+    const auto config = load_config(options.config);
+    probe p(global, options.state);
+    const auto plan = plan_config(p, config);
     result_printer printer(std::cout, options.json, &p.doc(), {want_color(), options.language});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
                  (options.seconds ? "" : "; Ctrl-C stops"));
     const run_limit limit(stop, options.seconds);
-    run_sensors(p, plan, printer, limit.token());
+    const reload_source reload{reloads, config.name,
+                               [&] { return plan_config(p, load_config(options.config)); }};
+    run_sensors(p, plan, printer, limit.token(), reload);
     return exit_ok;
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "host/errors.h"
+#include "host/reload.h"
 #include "host/scheduler.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -64,6 +65,12 @@ sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language
         push_ = kind->push || kind->name == statistics_kind;
         required_checks_ = kind->required_checks;
     }
+}
+
+void sensor_runner::relabel(const planned_sensor& plan) {
+    plan_.name = plan.name;
+    plan_.limits = plan.limits;
+    plan_.stale_after = plan.stale_after;
 }
 
 scan_view sensor_runner::base_view() const {
@@ -207,23 +214,47 @@ void sensor_runner::judge_staleness(scan_view& view) {
 }
 
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop) {
-    std::map<int, std::unique_ptr<sensor_runner>> runners;
-    for (const auto& sensor : plan) {
-        runners[sensor.id] = std::make_unique<sensor_runner>(p, sensor, printer.style().language);
-    }
+                 std::stop_token stop, const reload_source& reload) {
+    sensor_set sensors(p, printer.style().language);
     // Creation happens on the workers too, so a sensor that takes its time to be checked or
     // created holds back only itself.
-    scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
+    scan_scheduler scheduler(max_workers, [&](int id) {
         try {
-            auto& runner = *runners.at(id);
+            auto& runner = sensors.at(id);
             printer.print(runner.next_result(), runner.plan().limits);
         } catch (const std::exception& e) {
             std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
         }
     });
-    for (const auto& sensor : plan) scheduler.add(sensor.id, sensor.interval);
+    sensors.apply(plan, scheduler);
+    // Reloads run one after the other on their own thread while the scans go on; it ends
+    // before the scheduler and the sensors do.
+    std::stop_source ending;
+    const std::stop_callback forward(stop, [&] { ending.request_stop(); });
+    std::jthread reloader;
+    if (reload.requests != nullptr) {
+        reloader = std::jthread([&] {
+            while (reload.requests->wait(ending.get_token())) {
+                try {
+                    const auto wanted = reload.load();
+                    const auto done = sensors.apply(wanted, scheduler, ending.get_token());
+                    std::cerr << "tavo-probe: " << describe_reload(reload.config, done)
+                              << std::endl;
+                } catch (const std::exception& e) {
+                    std::string why = e.what();
+                    std::replace(why.begin(), why.end(), '\n', ' ');
+                    std::cerr << "tavo-probe: reload of " << reload.config
+                              << " failed, the sensors run on as before: " << why << std::endl;
+                } catch (...) {
+                    std::cerr << "tavo-probe: reload of " << reload.config
+                              << " failed, the sensors run on as before" << std::endl;
+                }
+            }
+        });
+    }
     if (!stop.stop_requested()) scheduler.run(stop);
+    ending.request_stop();
+    if (reloader.joinable()) reloader.join();
     p.destroy_all();
 }
 
