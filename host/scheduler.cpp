@@ -41,7 +41,8 @@ void scan_scheduler::while_idle(int sensor_id, const std::function<void()>& chan
 }
 
 bool scan_scheduler::finished() const {
-    return std::all_of(entries_.begin(), entries_.end(), [](const auto& e) {
+    // With no sensor at all it waits: a reload may be between taking out and putting in.
+    return !entries_.empty() && std::all_of(entries_.begin(), entries_.end(), [](const auto& e) {
         return !e.second.unlimited && e.second.remaining == 0 && !e.second.running;
     });
 }

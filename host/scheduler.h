@@ -30,7 +30,8 @@ class scan_scheduler {
     // Calls `change` while the sensor is not being scanned, so that it can alter what
     // its scans read; `change` must be quick and must not call the scheduler.
     void while_idle(int sensor_id, const std::function<void()>& change);
-    // Blocks until stop is requested or every sensor has had its limit of scans; a scan
+    // Blocks until stop is requested or every sensor has had its limit of scans (with no
+    // sensor, until stop is requested); a scan
     // that is running then is awaited, one that is only due is dropped.
     void run(std::stop_token stop);
 

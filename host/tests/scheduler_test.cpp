@@ -87,5 +87,44 @@ TEST(scheduler_test, stopping_awaits_the_running_scan_and_starts_no_other) {
     EXPECT_LE(r.scans[2], 1);
 }
 
+TEST(scheduler_test, sensors_come_and_go_while_it_runs_and_a_removed_one_is_never_scanned_again) {
+    recorder r;
+    std::stop_source stop;
+    std::atomic<bool> removed = false;
+    std::atomic<bool> scanned_after_removal = false;
+    std::atomic<bool> release = false;  // keeps sensor 1's first scan running while it is removed
+    scan_scheduler scheduler(1, [&](int id) {
+        r.begin(id);
+        if (id == 1) {
+            if (removed) scanned_after_removal = true;
+            while (!release) std::this_thread::sleep_for(1ms);
+        }
+        r.end(id);
+    });
+    scheduler.add(1, 1ms);
+    std::thread changes([&] {
+        // Sensor 1 is mid-scan: removing it must wait for that scan, not cut it short.
+        std::thread remover([&] {
+            scheduler.remove(1);
+            removed = true;
+        });
+        std::this_thread::sleep_for(10ms);
+        EXPECT_FALSE(removed);
+        release = true;
+        remover.join();
+        // Added while running, with more sensors than the pool had workers at the start.
+        scheduler.add(2, 1ms);
+        scheduler.add(3, 1ms);
+        EXPECT_TRUE(r.wait_for_scans(2, 3));
+        EXPECT_TRUE(r.wait_for_scans(3, 3));
+        stop.request_stop();
+    });
+    scheduler.run(stop.get_token());
+    changes.join();
+    EXPECT_FALSE(scanned_after_removal);
+    EXPECT_EQ(r.scans[1], 1);
+    EXPECT_FALSE(r.overlap);
+}
+
 }  // namespace
 }  // namespace corvanis::monitoring_modules::host
