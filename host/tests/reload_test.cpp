@@ -37,14 +37,12 @@ TEST(reload_test, a_sensor_is_created_again_only_when_what_the_module_got_change
     } cases[] = {
         {"nothing", [](planned_sensor&) {}, fate::kept},
         {"a setting", [](planned_sensor& p) { p.values["host"] = "10.0.0.1"; }, fate::recreated},
-        {"a setting added", [](planned_sensor& p) { p.values["timeout"] = "5"; },
-         fate::recreated},
+        {"a setting added", [](planned_sensor& p) { p.values["timeout"] = "5"; }, fate::recreated},
         {"the kind", [](planned_sensor& p) { p.schema.kind = "statistics_sensor"; },
          fate::recreated},
         {"the interval", [](planned_sensor& p) { p.interval = 30s; }, fate::recreated},
         {"the name", [](planned_sensor& p) { p.name = "furnace"; }, fate::relabelled},
-        {"a limit's bound",
-         [](planned_sensor& p) { p.limits["Round Trip Time"].warning_max = 60; },
+        {"a limit's bound", [](planned_sensor& p) { p.limits["Round Trip Time"].warning_max = 60; },
          fate::relabelled},
         {"a limit's kind",
          [](planned_sensor& p) {
@@ -79,8 +77,8 @@ TEST(reload_test, a_sensor_is_created_again_only_when_what_the_module_got_change
 }
 
 TEST(reload_test, sensors_are_matched_by_id_whatever_their_order) {
-    const auto plan = compare_plans({sensor(1), sensor(2), sensor(3)},
-                                    {sensor(4), sensor(3), sensor(1)});
+    const auto plan =
+        compare_plans({sensor(1), sensor(2), sensor(3)}, {sensor(4), sensor(3), sensor(1)});
     EXPECT_EQ(plan.kept, (std::vector<int>{3, 1}));
     EXPECT_EQ(plan.removed, (std::vector<int>{2}));
     ASSERT_EQ(plan.added.size(), 1u);
