@@ -228,32 +228,31 @@ void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_print
     });
     sensors.apply(plan, scheduler);
     // Reloads run one after the other on their own thread while the scans go on; it ends
-    // before the scheduler and the sensors do.
-    std::stop_source ending;
-    const std::stop_callback forward(stop, [&] { ending.request_stop(); });
+    // before the scheduler and the sensors do, also when leaving by an exception.
     std::jthread reloader;
     if (reload.requests != nullptr) {
-        reloader = std::jthread([&] {
-            while (reload.requests->wait(ending.get_token())) {
+        reloader = std::jthread([&](std::stop_token ending) {
+            while (reload.requests->wait(ending)) {
+                // Each outcome is one line, written at once so module log lines cannot split it.
+                std::string line = "tavo-probe: ";
                 try {
                     const auto wanted = reload.load();
-                    const auto done = sensors.apply(wanted, scheduler, ending.get_token());
-                    std::cerr << "tavo-probe: " << describe_reload(reload.config, done)
-                              << std::endl;
+                    line +=
+                        describe_reload(reload.config, sensors.apply(wanted, scheduler, ending));
                 } catch (const std::exception& e) {
                     std::string why = e.what();
                     std::replace(why.begin(), why.end(), '\n', ' ');
-                    std::cerr << "tavo-probe: reload of " << reload.config
-                              << " failed, the sensors run on as before: " << why << std::endl;
+                    line += "reload of " + reload.config +
+                            " failed, the sensors run on as before: " + why;
                 } catch (...) {
-                    std::cerr << "tavo-probe: reload of " << reload.config
-                              << " failed, the sensors run on as before" << std::endl;
+                    line += "reload of " + reload.config + " failed, the sensors run on as before";
                 }
+                std::cerr << line + "\n" << std::flush;
             }
         });
     }
     if (!stop.stop_requested()) scheduler.run(stop);
-    ending.request_stop();
+    reloader.request_stop();
     if (reloader.joinable()) reloader.join();
     p.destroy_all();
 }
