@@ -13,19 +13,31 @@ void scan_scheduler::add(int sensor_id, clock::duration interval, std::size_t li
     std::lock_guard lock(mutex_);
     entry e{interval, limit, limit == 0, clock::now()};
     // A scan under way still counts: the sensor is never scanned twice at once.
-    if (const auto it = entries_.find(sensor_id); it != entries_.end())
+    if (const auto it = entries_.find(sensor_id); it != entries_.end()) {
         e.running = it->second.running;
+        e.holds = it->second.holds;
+    }
     entries_.insert_or_assign(sensor_id, e);
     ++generation_;
     changed_.notify_all();
 }
 
-void scan_scheduler::remove(int sensor_id) {
-    std::unique_lock lock(mutex_);
+bool scan_scheduler::hold_idle(std::unique_lock<std::mutex>& lock, int sensor_id) {
+    auto it = entries_.find(sensor_id);
+    if (it == entries_.end()) return false;
+    ++it->second.holds;
     changed_.wait(lock, [&] {
-        const auto it = entries_.find(sensor_id);
+        it = entries_.find(sensor_id);
         return it == entries_.end() || !it->second.running;
     });
+    if (it == entries_.end()) return false;
+    --it->second.holds;
+    return true;
+}
+
+void scan_scheduler::remove(int sensor_id) {
+    std::unique_lock lock(mutex_);
+    if (!hold_idle(lock, sensor_id)) return;
     entries_.erase(sensor_id);
     ++generation_;
     changed_.notify_all();
@@ -33,11 +45,9 @@ void scan_scheduler::remove(int sensor_id) {
 
 void scan_scheduler::while_idle(int sensor_id, const std::function<void()>& change) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] {
-        const auto it = entries_.find(sensor_id);
-        return it == entries_.end() || !it->second.running;
-    });
-    change();
+    if (hold_idle(lock, sensor_id)) change();
+    ++generation_;
+    changed_.notify_all();
 }
 
 bool scan_scheduler::finished() const {
@@ -80,7 +90,7 @@ void scan_scheduler::run(std::stop_token stop) {
         const auto now = clock::now();
         auto next = clock::time_point::max();
         for (auto& [id, e] : entries_) {
-            if (e.running || (!e.unlimited && e.remaining == 0)) continue;
+            if (e.running || e.holds > 0 || (!e.unlimited && e.remaining == 0)) continue;
             if (e.due <= now) {
                 e.running = true;
                 if (!e.unlimited) --e.remaining;

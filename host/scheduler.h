@@ -42,7 +42,11 @@ class scan_scheduler {
         bool unlimited;
         clock::time_point due;
         bool running = false;
+        int holds = 0;  // removals and changes waiting for the running scan: start no other
     };
+
+    // Waits, holding off new scans of the sensor, until none runs; false when it is not there.
+    bool hold_idle(std::unique_lock<std::mutex>& lock, int sensor_id);
 
     void work();
     bool finished() const;
