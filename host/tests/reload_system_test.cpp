@@ -25,7 +25,7 @@ long banners(const std::string& log, int id, const std::string& what) {
                          std::sregex_iterator());
 }
 
-class reload_test : public ::testing::Test {
+class reload_system_test : public ::testing::Test {
   protected:
     mosquitto_broker broker;
     const probe_test::scratch dir;
@@ -47,7 +47,8 @@ class reload_test : public ::testing::Test {
     }
 };
 
-TEST_F(reload_test, sighup_applies_what_changed_and_a_broken_config_changes_nothing) {
+TEST_F(reload_system_test,
+       sighup_applies_what_changed_a_broken_config_changes_nothing_and_sigterm_still_stops) {
     write(roundtrip(1, "    name: steady\n") + roundtrip(2, "    settings:\n      timeout: 4\n") +
           roundtrip(3) + roundtrip(5, "    name: before\n"));
     probe_test::child running({"--log-level", "7", "run", config, "--json"});
@@ -71,6 +72,10 @@ TEST_F(reload_test, sighup_applies_what_changed_and_a_broken_config_changes_noth
     ASSERT_TRUE(running.wait_for_error("failed, the sensors run on as before: ", broken_from));
     const auto after_broken = running.output_read();
     expect_results(running, {1, 2, 4, 5}, after_broken);
+    // A stop that comes during a reload still ends the run cleanly.
+    write(roundtrip(1, "    name: steady\n") + roundtrip(2, "    settings:\n      timeout: 5\n") +
+          roundtrip(4) + roundtrip(5, "    name: after\n") + roundtrip(6));
+    running.signal(SIGHUP);
     running.signal(SIGTERM);
     const auto o = running.finish();
     EXPECT_EQ(o.exit_code, 0) << o.err;
