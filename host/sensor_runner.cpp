@@ -237,8 +237,10 @@ void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_print
                 std::string line = "tavo-probe: ";
                 try {
                     const auto wanted = reload.load();
-                    line +=
-                        describe_reload(reload.config, sensors.apply(wanted, scheduler, ending));
+                    const auto done = sensors.apply(wanted, scheduler, ending);
+                    line += ending.stop_requested()
+                                ? "reload of " + reload.config + " cut short by the stop"
+                                : describe_reload(reload.config, done);
                 } catch (const std::exception& e) {
                     std::string why = e.what();
                     std::replace(why.begin(), why.end(), '\n', ' ');
