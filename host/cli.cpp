@@ -195,10 +195,15 @@ int run_cli(int argc, char** argv) {
         R"(Each result has a state: ok, warning, error or unknown. A sensor that cannot be checked
 or created is an error result at its interval and is tried again; the others run on.
 
+SIGHUP reloads CONFIG: unchanged sensors run on untouched, changed ones are created again,
+removed ones are destroyed, new ones start. A config that does not load keeps the running
+set and says why on stderr.
+
 Examples:
   tavo-probe run plant.yaml --state plant.db
   tavo-probe run plant.yaml --seconds 60 --json --log-level 6
   tavo-probe run plant.yaml --listen 127.0.0.1:9464 --shard 0/2
+  kill -HUP $(pidof tavo-probe)    # after editing plant.yaml
 See host/README.md for the config: nested keys, ${VAR}, KEY_file, names, limits, stale_after.)");
     run_app
         ->add_option("--listen", run.listen,
@@ -267,7 +272,8 @@ Examples:
         if (scan_command_app->parsed()) return scan_command(global, scan, signals.token());
         if (check->parsed()) return check_command(global, check_settings, check_json, check_format);
         if (notify_app->parsed()) return notify_command(global, notify);
-        if (run_app->parsed()) return run_command(global, run, signals.token());
+        if (run_app->parsed())
+            return run_command(global, run, signals.token(), &signals.listen_for_reloads());
         if (demo_app->parsed()) return demo_command(global, demo, signals.token());
     } catch (const host_error& e) {
         log_event(3, std::string("tavo-probe: ") + e.what());

@@ -180,12 +180,20 @@ int notify_command(const global_options& global, const notify_options& options) 
     return response.success() ? exit_ok : exit_failed;
 }
 
-int run_command(const global_options& global, const run_options& options, std::stop_token stop) {
+namespace {
+
+// The config of a run, with only this shard's sensors when sharded; throws host_error when it
+// does not load or has no sensors at all.
+probe_config load_run_config(const run_options& options) {
     auto config = load_config(options.config);
     if (config.sensors.empty())
         throw host_error(config.name + ": no sensors to run (sensors: is empty)");
     if (options.shard) keep_shard(config, *options.shard);
-    probe p(global, options.state);
+    return config;
+}
+
+// Every sensor of a config, resolved and checked; throws host_error naming the sensor.
+std::vector<planned_sensor> plan_config(const probe& p, const probe_config& config) {
     std::vector<planned_sensor> plan;
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
@@ -197,6 +205,16 @@ int run_command(const global_options& global, const run_options& options, std::s
             throw host_error(label + ": " + e.what(), e.code());
         }
     }
+    return plan;
+}
+
+}  // namespace
+
+int run_command(const global_options& global, const run_options& options, std::stop_token stop,
+                reload_requests* reloads) {
+    const auto config = load_run_config(options);
+    probe p(global, options.state);
+    const auto plan = plan_config(p, config);
     result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
@@ -206,11 +224,12 @@ int run_command(const global_options& global, const run_options& options, std::s
     const auto endpoint = serve_board(options.listen.empty() ? config.listen : options.listen,
                                       board, identify(p, options.shard));
     const run_limit limit(stop, options.seconds);
-    if (plan.empty()) {
+    const reload_source reload{reloads, config.name,
+                               [&] { return plan_config(p, load_run_config(options)); }};
+    // An empty shard still serves and waits, so the scraper sees it and a reload can fill it.
+    if (plan.empty())
         printer.note("Shard " + options.shard->text() + " has no sensor of " + config.name);
-        wait_for_stop(limit.token());  // still serving, so the scraper sees an empty shard
-    }
-    run_sensors(p, plan, printer, limit.token(), &board);
+    run_sensors(p, plan, printer, limit.token(), reload, &board);
     return exit_ok;
 }
 

@@ -7,6 +7,7 @@
 
 #include "host/probe.h"
 #include "host/shard.h"
+#include "host/signals.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -56,7 +57,9 @@ struct run_options {
     bool json = false;
     std::string language = "English";
 };
-int run_command(const global_options& global, const run_options& options, std::stop_token stop);
+// With `reloads`, each request loads the config again and applies what changed.
+int run_command(const global_options& global, const run_options& options, std::stop_token stop,
+                reload_requests* reloads = nullptr);
 
 struct demo_options {
     std::optional<double> seconds;

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "host/errors.h"
+#include "host/reload.h"
 #include "host/scheduler.h"
 
 namespace corvanis::monitoring_modules::host {
@@ -66,6 +67,12 @@ sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language
         push_ = kind->push || kind->name == statistics_kind;
         required_checks_ = kind->required_checks;
     }
+}
+
+void sensor_runner::relabel(const planned_sensor& plan) {
+    plan_.name = plan.name;
+    plan_.limits = plan.limits;
+    plan_.stale_after = plan.stale_after;
 }
 
 scan_view sensor_runner::base_view() const {
@@ -209,17 +216,31 @@ void sensor_runner::judge_staleness(scan_view& view) {
     view.message = message_view{"host.stale", text, {rfc3339_utc(last_message_)}};
 }
 
-void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop, status_board* board) {
-    std::map<int, std::unique_ptr<sensor_runner>> runners;
-    for (const auto& sensor : plan) {
-        runners[sensor.id] = std::make_unique<sensor_runner>(p, sensor, printer.style().language);
+namespace {
+
+// The board shows the sensors a reload left: removed ones go, new and re-created ones start
+// over as not scanned yet; a new name shows with the next result.
+void follow_reload(status_board& board, const reload_plan& done, const description& doc) {
+    for (const int id : done.removed) board.remove_sensor(id);
+    for (const auto* list : {&done.added, &done.recreated}) {
+        for (const auto& sensor : *list) {
+            const auto* kind = doc.find_sensor(sensor.schema.kind);
+            board.add_sensor(sensor.id, sensor.name, sensor.schema.kind,
+                             kind != nullptr ? kind->display : "");
+        }
     }
+}
+
+}  // namespace
+
+void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
+                 std::stop_token stop, const reload_source& reload, status_board* board) {
+    sensor_set sensors(p, printer.style().language);
     // Creation happens on the workers too, so a sensor that takes its time to be checked or
     // created holds back only itself.
-    scan_scheduler scheduler(std::min(plan.size(), max_workers), [&](int id) {
+    scan_scheduler scheduler(max_workers, [&](int id) {
         try {
-            auto& runner = *runners.at(id);
+            auto& runner = sensors.at(id);
             const int failures = runner.creation_failures();
             const auto view = runner.next_result();
             if (board != nullptr) {
@@ -231,8 +252,37 @@ void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_print
             std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
         }
     });
-    for (const auto& sensor : plan) scheduler.add(sensor.id, sensor.interval);
+    sensors.apply(plan, scheduler);
+    // Reloads run one after the other on their own thread while the scans go on; it ends
+    // before the scheduler and the sensors do, also when leaving by an exception.
+    std::jthread reloader;
+    if (reload.requests != nullptr) {
+        reloader = std::jthread([&](std::stop_token ending) {
+            while (reload.requests->wait(ending)) {
+                // Each outcome is one line, written at once so module log lines cannot split it.
+                std::string line = "tavo-probe: ";
+                try {
+                    const auto wanted = reload.load();
+                    const auto done = sensors.apply(wanted, scheduler, ending);
+                    if (board != nullptr) follow_reload(*board, done, p.doc());
+                    line += ending.stop_requested()
+                                ? "reload of " + reload.config + " cut short by the stop"
+                                : describe_reload(reload.config, done);
+                } catch (const std::exception& e) {
+                    std::string why = e.what();
+                    std::replace(why.begin(), why.end(), '\n', ' ');
+                    line += "reload of " + reload.config +
+                            " failed, the sensors run on as before: " + why;
+                } catch (...) {
+                    line += "reload of " + reload.config + " failed, the sensors run on as before";
+                }
+                std::cerr << line + "\n" << std::flush;
+            }
+        });
+    }
     if (!stop.stop_requested()) scheduler.run(stop);
+    reloader.request_stop();
+    if (reloader.joinable()) reloader.join();
     p.destroy_all();
 }
 

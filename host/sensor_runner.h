@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <stop_token>
@@ -11,6 +12,7 @@
 #include "host/probe.h"
 #include "host/result_state.h"
 #include "host/status_board.h"
+#include "host/signals.h"
 
 namespace corvanis::monitoring_modules::host {
 
@@ -49,6 +51,8 @@ class sensor_runner {
     // Why the sensor does not exist, as an error result.
     scan_view failure() const;
     const planned_sensor& plan() const { return plan_; }
+    // Takes the new name, limits and staleness of `plan`; the instance stays as it is.
+    void relabel(const planned_sensor& plan);
     bool push() const { return push_; }
     // Failed creation attempts since the last success.
     int creation_failures() const { return failed_creations_; }
@@ -74,11 +78,21 @@ class sensor_runner {
     counter_memory counters_;
 };
 
+// Where a run takes a new set of sensors from when asked to reload.
+struct reload_source {
+    reload_requests* requests = nullptr;  // null: no reloads
+    std::string config;                   // for log lines
+    // The sensors of the config as it is now; throws when it does not load.
+    std::function<std::vector<planned_sensor>()> load;
+};
+
 // Creates every sensor, scans each on its own interval on a worker pool and prints each
 // result until `stop`, then destroys them all. A sensor that cannot be created is an
-// error result at its interval and is tried again; the others run meanwhile.
-// Each result also goes to `board` when there is one.
+// error result at its interval and is tried again; the others run meanwhile. Each reload
+// request brings the sensors to what `reload.load` gives, or keeps them when it throws.
+// Each result also goes to `board` when there is one, and the board follows reloads.
 void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
-                 std::stop_token stop, status_board* board = nullptr);
+                 std::stop_token stop, const reload_source& reload = {},
+                 status_board* board = nullptr);
 
 }  // namespace corvanis::monitoring_modules::host

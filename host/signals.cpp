@@ -19,10 +19,26 @@ sigset_t termination_set() {
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGHUP);
     return set;
 }
 
 }  // namespace
+
+void reload_requests::post() {
+    {
+        std::lock_guard lock(mutex_);
+        pending_ = true;
+    }
+    posted_.notify_all();
+}
+
+bool reload_requests::wait(std::stop_token stop) {
+    std::unique_lock lock(mutex_);
+    if (!posted_.wait(lock, stop, [&] { return pending_; })) return false;
+    pending_ = false;
+    return true;
+}
 
 termination_signals::termination_signals() {
     const sigset_t set = termination_set();
@@ -31,7 +47,12 @@ termination_signals::termination_signals() {
         const timespec poll{0, 100'000'000};
         int received = 0;
         while (!quit_.load()) {
-            if (sigtimedwait(&set, nullptr, &poll) < 0) continue;
+            const int number = sigtimedwait(&set, nullptr, &poll);
+            if (number < 0) continue;
+            if (number == SIGHUP && reload_listened_.load()) {
+                reloads_.post();
+                continue;
+            }
             if (++received > 1) {
                 last_words::speak();
                 std::_Exit(130);

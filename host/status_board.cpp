@@ -37,6 +37,11 @@ void status_board::add_sensor(int id, const std::string& name, const std::string
     status.latest.message = message_view{"", "not scanned yet", {}};
 }
 
+void status_board::remove_sensor(int id) {
+    std::unique_lock lock(mutex_);
+    sensors_.erase(id);
+}
+
 void status_board::record(const scan_view& scan) {
     std::unique_lock lock(mutex_);
     ++totals_.scans;

@@ -46,6 +46,8 @@ class status_board {
     // Makes the sensor visible before its first scan.
     void add_sensor(int id, const std::string& name, const std::string& kind,
                     const std::string& display);
+    // A sensor a reload took away leaves the board.
+    void remove_sensor(int id);
     // The run loop's one call per scan result. A result without a time gets the present.
     void record(const scan_view& scan);
     void count_creation_failure();

@@ -70,14 +70,17 @@ class child {
         }
     }
 
-    // Reads until stdout contains `text`; false when the child ends first.
-    bool wait_for_output(const std::string& text) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (result_.out.find(text) == std::string::npos) {
-            if (std::chrono::steady_clock::now() > deadline || !pump()) return false;
-        }
-        return true;
+    // Reads until stdout contains `text` at or after `from`; false when the child ends first.
+    bool wait_for_output(const std::string& text, std::size_t from = 0) {
+        return wait_for(result_.out, text, from);
     }
+    // The same for stderr.
+    bool wait_for_error(const std::string& text, std::size_t from = 0) {
+        return wait_for(result_.err, text, from);
+    }
+    // How much has been read so far, as a `from` for the waits above.
+    std::size_t output_read() const { return result_.out.size(); }
+    std::size_t error_read() const { return result_.err.size(); }
 
     void signal(int number) { kill(pid_, number); }
 
@@ -99,6 +102,14 @@ class child {
     }
 
   private:
+    bool wait_for(const std::string& stream, const std::string& text, std::size_t from) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (stream.find(text, from) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > deadline || !pump()) return false;
+        }
+        return true;
+    }
+
     // Reads what arrives within 200 ms; false once both streams are closed.
     bool pump() {
         if (fd_[0] < 0 && fd_[1] < 0) return false;

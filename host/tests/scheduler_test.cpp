@@ -87,5 +87,51 @@ TEST(scheduler_test, stopping_awaits_the_running_scan_and_starts_no_other) {
     EXPECT_LE(r.scans[2], 1);
 }
 
+TEST(scheduler_test, sensors_come_and_go_while_it_runs_and_a_removed_one_is_never_scanned_again) {
+    recorder r;
+    std::stop_source stop;
+    std::atomic<bool> started = false;  // sensor 1's scan is under way
+    std::atomic<bool> release = false;  // ends sensor 1's scan
+    std::atomic<bool> removed = false;
+    std::atomic<bool> removed_mid_scan = false;
+    std::atomic<bool> waited = false;
+    std::atomic<bool> side_by_side = false;
+    scan_scheduler scheduler(2, [&](int id) {
+        r.begin(id);
+        if (id == 1) {
+            started = true;
+            while (!release) std::this_thread::sleep_for(1ms);
+            if (removed) removed_mid_scan = true;
+        }
+        // Sensor 2 waits for sensor 3: only a second worker, started for the sensors added
+        // later, lets both run at once.
+        if (id == 2 && !waited.exchange(true)) side_by_side = r.wait_for_scans(3, 1);
+        r.end(id);
+    });
+    scheduler.add(1, 1ms);
+    std::thread changes([&] {
+        while (!started) std::this_thread::sleep_for(1ms);
+        std::thread remover([&] {
+            scheduler.remove(1);
+            removed = true;
+        });
+        // Give a wrong remove the chance to return while the scan still runs.
+        std::this_thread::sleep_for(20ms);
+        release = true;
+        remover.join();
+        scheduler.add(2, 1ms);
+        scheduler.add(3, 1ms);
+        EXPECT_TRUE(r.wait_for_scans(2, 3));
+        EXPECT_TRUE(r.wait_for_scans(3, 3));
+        stop.request_stop();
+    });
+    scheduler.run(stop.get_token());
+    changes.join();
+    EXPECT_FALSE(removed_mid_scan);
+    EXPECT_TRUE(side_by_side);
+    EXPECT_EQ(r.scans[1], 1);
+    EXPECT_FALSE(r.overlap);
+}
+
 }  // namespace
 }  // namespace corvanis::monitoring_modules::host
