@@ -46,13 +46,6 @@ std::unique_ptr<http_endpoint> serve_board(const std::string& listen, const stat
     return endpoint;
 }
 
-void wait_for_stop(std::stop_token stop) {
-    std::mutex mutex;
-    std::condition_variable_any woken;
-    std::unique_lock lock(mutex);
-    woken.wait(lock, stop, [] { return false; });
-}
-
 int version_command(const global_options& global) {
     std::cout << "tavo-probe " << TAVO_PROBE_VERSION << std::endl;
     try {

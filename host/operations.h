@@ -25,9 +25,6 @@ void add_sensors(status_board& board, const probe_config& config, const descript
 std::unique_ptr<http_endpoint> serve_board(const std::string& listen, const status_board& board,
                                            probe_identity probe);
 
-// Blocks until stop is requested.
-void wait_for_stop(std::stop_token stop);
-
 // Prints tavo-probe's version, then the module's version and API level; exit 3 when the
 // module cannot be loaded (after the first line).
 int version_command(const global_options& global);

@@ -11,8 +11,8 @@
 #include "host/output.h"
 #include "host/probe.h"
 #include "host/result_state.h"
-#include "host/status_board.h"
 #include "host/signals.h"
+#include "host/status_board.h"
 
 namespace corvanis::monitoring_modules::host {
 
