@@ -17,7 +17,7 @@ namespace host = cmm::host;
 
 namespace {
 
-std::optional<std::string> environment(const std::string& name) {
+std::optional<std::string> test_environment(const std::string& name) {
     if (name == "HOST") return "broker.local";
     if (name == "EMPTY") return "";
     return std::nullopt;
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (yaml.find("_file") != std::string::npos) return 0;
     static const auto doc = host::description::parse(cmm::mqtt::module_description());
     try {
-        const auto config = host::parse_config(yaml, "fuzz.yaml", environment, "/nonexistent");
+        const auto config = host::parse_config(yaml, "fuzz.yaml", test_environment, "/nonexistent");
         for (const auto& sensor : config.sensors) {
             try {
                 const auto layers = host::settings_layers(doc, &config, &sensor.settings, "sensor",
