@@ -99,17 +99,8 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
         std::string key;  // of the scan's message
     };
     const std::vector<row> rows = {
-        {"subscriber refused",
-         [](auto& b) {
-             b.fail_next(operation::connect, failure<mqtt::exceptions::not_authorized>(
-                                                 mqtt::messages::not_authorized()));
-         },
-         roundtrip_state::subscriber_could_not_connect, "error.not_authorized"},
         {"subscribe failed", [&](auto& b) { b.fail_next(operation::subscribe, disconnected()); },
          roundtrip_state::subscriber_could_not_connect, "error.mqttasync_disconnected"},
-        {"publisher refused",
-         [&](auto& b) { b.fail_next(operation::connect, disconnected(), "KESH_1P"); },
-         roundtrip_state::publisher_could_not_connect, "error.mqttasync_disconnected"},
         {"publish failed",
          [](auto& b) {
              b.fail_next(operation::publish,
