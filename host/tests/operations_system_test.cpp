@@ -37,7 +37,8 @@ class operations_system_test : public ::testing::Test {
     // Statistics sensors 1..count on the broker, plus one round trip to a port where nothing
     // listens when `failing`.
     std::string config(int count, bool failing, const std::string& top = "") const {
-        std::string text = top + "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
+        std::string text = top +
+                           "defaults:\n  host: 127.0.0.1\n  credentials.connection_mqtt.port: " +
                            std::to_string(broker_->port()) + "\nsensors:\n";
         for (int id = 1; id <= count; ++id) {
             text += "  - id: " + std::to_string(id) +
@@ -71,11 +72,6 @@ TEST_F(operations_system_test, a_scrape_and_the_api_show_every_sensor_with_its_s
           R"(tavo_sensor_state{sensor="1",id="1",kind="statistics_sensor"} 0)",
           R"(tavo_sensor_state{sensor="2",id="2",kind="statistics_sensor"} 0)"}) {
         EXPECT_NE(metrics.find(line), std::string::npos) << line << " in\n" << metrics;
-    }
-    const auto promtool = support::find_program("promtool");
-    if (!promtool.empty()) {
-        const auto file = dir_.file("metrics.txt", metrics);
-        EXPECT_EQ(std::system((promtool + " check metrics < " + file).c_str()), 0) << metrics;
     }
     std::map<int, std::string> states;
     const auto status = json::parse(get(port, "/api/status"));
