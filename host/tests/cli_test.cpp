@@ -168,14 +168,6 @@ check:
     EXPECT_EQ(settings_seen(check, "mqtt_connect_check")["credentials.user_credentials.user"]
                   .as<std::string>(),
               "check-user");
-
-    // A shared default that no kind has is a typo, not something to skip.
-    const auto typo = run(
-        {"scan", "roundtrip_sensor", "--config", dir.file("typo.yaml", "defaults:\n  hots: x\n")});
-    EXPECT_EQ(typo.exit_code, 3);
-    EXPECT_NE(typo.err.find("no sensor, check or notification has a setting \"hots\""),
-              std::string::npos)
-        << typo.err;
 }
 
 TEST(cli_test, describe_finds_the_module_beside_the_program_and_speaks_the_asked_language) {

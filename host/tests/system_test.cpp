@@ -93,6 +93,15 @@ TEST_F(system_test,
     EXPECT_EQ(kept, 21.5) << again.out;
 }
 
+TEST_F(system_test, check_succeeds_where_a_broker_listens) {
+    const auto ok = probe_test::run(at_broker({"check", "--json"}));
+    EXPECT_EQ(ok.exit_code, 0) << ok.err;
+    const auto result = ok.json_lines().at(0);
+    EXPECT_EQ(result["state"].as<std::string>(), "ok");
+    EXPECT_TRUE(result["success"].as<bool>());
+    EXPECT_FALSE(result.contains("message"));
+}
+
 #if defined(HOST_TEST_SUPPORT)
 
 using corvanis::monitoring_modules::test_support::mqtt_peer;
