@@ -172,17 +172,6 @@ TEST_F(system_test, every_result_has_a_state_and_the_exit_code_is_the_plugin_con
     }
 }
 
-TEST_F(system_test, the_status_line_carries_performance_data_with_the_limits) {
-    const auto o = probe_test::run(at_broker({"scan", "roundtrip_sensor", "--format", "nagios",
-                                              "--limit", "Round Trip Time:warning_max=5000",
-                                              "--limit", "Round Trip Time:error_max=9000"}));
-    EXPECT_EQ(o.exit_code, 0) << o.err;
-    EXPECT_TRUE(std::regex_match(
-        o.out, std::regex("OK - MQTT Round Trip #1 \\| .*'Round Trip Time'=[0-9]+ms;5000;9000"
-                          ".*\n")))
-        << o.out;
-}
-
 TEST_F(system_test, counters_show_their_change_across_restarts_and_nothing_after_a_reset) {
     const auto config = broker_config(R"(sensors:
   - id: 3
