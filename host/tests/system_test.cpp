@@ -54,15 +54,6 @@ TEST_F(system_test, a_delivered_notification_shows_its_log_lines_only_at_the_deb
     EXPECT_FALSE(told.json_lines().at(0)["lines"].empty()) << told.out;
 }
 
-TEST_F(system_test, check_succeeds_where_a_broker_listens) {
-    const auto ok = probe_test::run(at_broker({"check", "--json"}));
-    EXPECT_EQ(ok.exit_code, 0) << ok.err;
-    const auto result = ok.json_lines().at(0);
-    EXPECT_EQ(result["state"].as<std::string>(), "ok");
-    EXPECT_TRUE(result["success"].as<bool>());
-    EXPECT_FALSE(result.contains("message"));
-}
-
 using corvanis::monitoring_modules::test_support::mqtt_peer;
 using strings = std::vector<std::string>;
 
