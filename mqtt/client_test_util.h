@@ -2,10 +2,14 @@
 
 // Shared by the client's unit and system tests.
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "liblog/memory_logger.h"
@@ -14,6 +18,8 @@
 #include "mqtt/mqtt_client_paho.h"
 #include "mqtt/topic_subscription.h"
 #include "tests/support/expectations.h"
+#include "tests/support/mosquitto_broker.h"
+#include "tests/support/process.h"
 
 namespace corvanis::monitoring_modules::mqtt::testing {
 
@@ -82,5 +88,40 @@ inline std::shared_ptr<libtavohelper::module::service_container> make_container(
         make_client_factory(container));
     return container;
 }
+
+// Clients against local brokers: skipped without mosquitto; every thread a client started must
+// have ended once it is gone.
+class broker_client_test : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!test_support::mosquitto_available()) GTEST_SKIP() << "mosquitto is not installed";
+        // ThreadSanitizer starts its own thread at the first thread creation: not ours to count.
+        std::thread([] {}).join();
+        threads_before_ = test_support::thread_count();
+    }
+    mqtt_client_settings settings_for(std::int64_t port, const std::string& id,
+                                      std::uint64_t connect_timeout) const {
+        mqtt_client_settings s;
+        s.connection.host = "127.0.0.1";
+        s.connection.port = port;
+        s.connection.client_id = id;
+        s.connection.connect_timeout = connect_timeout;
+        s.logger = log;
+        return s;
+    }
+    static std::unique_ptr<mqtt_client_paho> make(mqtt_client_settings s,
+                                                  reconnect_options reconnect) {
+        return std::make_unique<mqtt_client_paho>(std::move(s), make_container(),
+                                                  std::move(reconnect));
+    }
+    bool no_thread_left() const {
+        return test_support::eventually(
+            [&] { return test_support::thread_count() <= threads_before_; },
+            std::chrono::seconds(5));
+    }
+
+    std::shared_ptr<client_log> log = std::make_shared<client_log>();
+    std::size_t threads_before_ = 0;
+};
 
 }  // namespace corvanis::monitoring_modules::mqtt::testing

@@ -21,30 +21,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class client_faults : public ::testing::Test {
+class client_faults : public mqtt::testing::broker_client_test {
   protected:
-    void SetUp() override {
-        if (!ts::mosquitto_available()) GTEST_SKIP() << "mosquitto is not installed";
-        std::thread([] {}).join();  // ThreadSanitizer's own thread is not ours to count
-        threads_before_ = ts::thread_count();
-    }
-
     mqtt::mqtt_client_settings settings_for(std::int64_t port, const std::string& id,
-                                            std::shared_ptr<client_log> to = nullptr) {
-        mqtt::mqtt_client_settings s;
-        s.connection.host = "127.0.0.1";
-        s.connection.port = port;
-        s.connection.client_id = id;
-        s.connection.connect_timeout = 2;
-        s.logger = to ? to : log;
+                                            std::shared_ptr<client_log> to = nullptr) const {
+        auto s = broker_client_test::settings_for(port, id, 2);
+        if (to) s.logger = to;
         return s;
     }
-    std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s) {
-        return std::make_unique<mqtt::mqtt_client_paho>(
-            std::move(s), mqtt::testing::make_container(), mqtt::reconnect_options{{50ms}, {}});
-    }
-    bool no_thread_left() const {
-        return ts::eventually([&] { return ts::thread_count() <= threads_before_; }, 5s);
+    static std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s) {
+        return broker_client_test::make(std::move(s), mqtt::reconnect_options{{50ms}, {}});
     }
     // The failure a scan of the client would report now, as its message key.
     static std::string scan_key(const mqtt::mqtt_client_interface& client) {
@@ -55,9 +41,6 @@ class client_faults : public ::testing::Test {
         }
         return "connected";
     }
-
-    std::shared_ptr<client_log> log = std::make_shared<client_log>();
-    std::size_t threads_before_ = 0;
 };
 
 // A loss while the reconnect re-subscribes goes back to the back-off; the client ends connected

@@ -30,39 +30,20 @@ std::string failure_of(F&& call) {
     return "no failure";
 }
 
-class client_system : public ::testing::Test {
+class client_system : public mqtt::testing::broker_client_test {
   protected:
-    void SetUp() override {
-        if (!ts::mosquitto_available()) GTEST_SKIP() << "mosquitto is not installed";
-        // ThreadSanitizer starts its own thread at the first thread creation: not ours to count.
-        std::thread([] {}).join();
-        threads_before_ = ts::thread_count();
-    }
-
     mqtt::mqtt_client_settings settings_for(const ts::mosquitto_broker& broker,
-                                            const std::string& id = "sys") {
-        mqtt::mqtt_client_settings s;
+                                            const std::string& id = "sys") const {
+        auto s = broker_client_test::settings_for(broker.port(), id, 5);
         s.connection.host = broker.host();
-        s.connection.port = broker.port();
-        s.connection.client_id = id;
-        s.connection.connect_timeout = 5;
         s.session.automatic_reconnect = false;
         s.tls.use_tls = broker.uses_tls();
-        s.logger = log;
         return s;
     }
-    std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s,
-                                                 mqtt::reconnect_options reconnect = {}) {
-        return std::make_unique<mqtt::mqtt_client_paho>(std::move(s),
-                                                        mqtt::testing::make_container(), reconnect);
+    static std::unique_ptr<mqtt::mqtt_client_paho> make(mqtt::mqtt_client_settings s,
+                                                        mqtt::reconnect_options reconnect = {}) {
+        return broker_client_test::make(std::move(s), std::move(reconnect));
     }
-    // Every thread a client started has ended.
-    bool no_thread_left() const {
-        return ts::eventually([&] { return ts::thread_count() <= threads_before_; }, 5s);
-    }
-
-    std::shared_ptr<client_log> log = std::make_shared<client_log>();
-    std::size_t threads_before_ = 0;
 };
 
 TEST_F(client_system, a_connected_client_delivers_both_ways_and_unsubscribes_before_leaving) {

@@ -65,14 +65,6 @@ TEST(topic_subscription, wildcards_match_whole_levels_of_the_narrowed_character_
     }
 }
 
-// A backslash is an ordinary character of a topic, as MQTT has it.
-TEST(topic_subscription, a_backslash_in_the_filter_is_a_plain_character) {
-    EXPECT_TRUE(make("a\\d")->matches("a\\d"));
-    EXPECT_FALSE(make("a\\d")->matches("a7"));
-    EXPECT_TRUE(make("a\\")->matches("a\\"));
-    EXPECT_FALSE(make("+")->matches("a\\b"));
-}
-
 // Each reason a filter or topic can be unusable is refused with its own message and the
 // topic in it, long before the broker would drop the connection over it.
 TEST(topic_subscription, unusable_filters_and_publish_topics_are_refused_with_the_reason) {

@@ -45,7 +45,6 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"describe", "--lang", "Klingon"},
          3,
          "no texts in \"Klingon\"; the module has: Russian (ru),"},
-        {{"scan", "roundtrip_sensor", "--lang", "xx"}, 3, "no texts in \"xx\""},
         {{"--module", "/nonexistent/libNothing.so", "describe"}, 3, "cannot load the module"},
         {{"--module", NOT_A_MODULE_PATH, "describe"}, 3, "does not export GetApiLevel"},
         {{"scan"}, 3, "KIND is required"},
@@ -54,10 +53,6 @@ TEST(cli_test, setup_faults_exit_with_their_code_and_reason) {
         {{"scan", "roundtrip_sensor", "--format", "xml"}, 3, "--format"},
         {{"describe", "--log-level", "9"}, 3, "--log-level"},
         {{"describe", "nope_sensor"}, 3, "nothing to describe called \"nope_sensor\""},
-        {{"scan", "roundtrip_sensor", "--set", "active=yes"},
-         3,
-         "setting \"active\" is ambiguous for roundtrip_sensor; write one of "
-         "credentials.user_credentials.active, credentials.tls.active (from --set)"},
         {{"validate", "/nonexistent/probe.yaml"}, 3, "cannot read the configuration"},
     };
     for (const auto& c : cases) {
@@ -168,14 +163,6 @@ check:
     EXPECT_EQ(settings_seen(check, "mqtt_connect_check")["credentials.user_credentials.user"]
                   .as<std::string>(),
               "check-user");
-
-    // A shared default that no kind has is a typo, not something to skip.
-    const auto typo = run(
-        {"scan", "roundtrip_sensor", "--config", dir.file("typo.yaml", "defaults:\n  hots: x\n")});
-    EXPECT_EQ(typo.exit_code, 3);
-    EXPECT_NE(typo.err.find("no sensor, check or notification has a setting \"hots\""),
-              std::string::npos)
-        << typo.err;
 }
 
 TEST(cli_test, describe_finds_the_module_beside_the_program_and_speaks_the_asked_language) {

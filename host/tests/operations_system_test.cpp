@@ -73,11 +73,6 @@ TEST_F(operations_system_test, a_scrape_and_the_api_show_every_sensor_with_its_s
           R"(tavo_sensor_state{sensor="2",id="2",kind="statistics_sensor"} 0)"}) {
         EXPECT_NE(metrics.find(line), std::string::npos) << line << " in\n" << metrics;
     }
-    const auto promtool = support::find_program("promtool");
-    if (!promtool.empty()) {
-        const auto file = dir_.file("metrics.txt", metrics);
-        EXPECT_EQ(std::system((promtool + " check metrics < " + file).c_str()), 0) << metrics;
-    }
     std::map<int, std::string> states;
     const auto status = json::parse(get(port, "/api/status"));
     for (const auto& sensor : status["sensors"].array_range())

@@ -87,6 +87,8 @@ TEST(roundtrip, an_echoed_payload_completes_through_two_clients_of_its_own) {
 }
 
 // The state names the stage that failed; the scan still reports it with the failure's text.
+// Refused publishes and lost messages come from a real broker in the end-to-end table; here,
+// the faults a broker cannot produce.
 TEST(roundtrip, the_state_tells_which_stage_failed) {
     using mqtt::exceptions::mqttasync_disconnected;
     const auto disconnected = [] {
@@ -99,24 +101,8 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
         std::string key;  // of the scan's message
     };
     const std::vector<row> rows = {
-        {"subscriber refused",
-         [](auto& b) {
-             b.fail_next(operation::connect, failure<mqtt::exceptions::not_authorized>(
-                                                 mqtt::messages::not_authorized()));
-         },
-         roundtrip_state::subscriber_could_not_connect, "error.not_authorized"},
         {"subscribe failed", [&](auto& b) { b.fail_next(operation::subscribe, disconnected()); },
          roundtrip_state::subscriber_could_not_connect, "error.mqttasync_disconnected"},
-        {"publisher refused",
-         [&](auto& b) { b.fail_next(operation::connect, disconnected(), "KESH_1P"); },
-         roundtrip_state::publisher_could_not_connect, "error.mqttasync_disconnected"},
-        {"publish failed",
-         [](auto& b) {
-             b.fail_next(operation::publish,
-                         failure<mqtt::exceptions::could_not_publish_not_connected>(
-                             mqtt::messages::could_not_publish_not_connected()));
-         },
-         roundtrip_state::message_not_sent, "error.could_not_publish_not_connected"},
         {"publish failed without a message",
          [](auto& b) {
              b.fail_next(operation::publish, std::make_exception_ptr(std::runtime_error("boom")));
@@ -127,11 +113,6 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
              b.configure([](auto& c) { c.route = [](std::string p) { return p.substr(1); }; });
          },
          roundtrip_state::message_not_received, "error.payload_corrupted"},
-        {"message lost",
-         [](auto& b) {
-             b.configure([](auto& c) { c.route = [](std::string) { return std::nullopt; }; });
-         },
-         roundtrip_state::message_not_received, "error.timeout"},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
@@ -144,7 +125,7 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
         EXPECT_EQ(result.response_message().key(), r.key);
         EXPECT_FALSE(result.response_message().render().empty());
         EXPECT_EQ(result.values().count(round_trip_time),
-                  r.state == roundtrip_state::message_not_received && r.key != "error.timeout");
+                  r.state == roundtrip_state::message_not_received);
         EXPECT_EQ(host.broker().history().live_clients, 0u);
     }
 }

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <iostream>
 #include <list>
 #include <mutex>
@@ -21,8 +20,6 @@
 #include <vector>
 
 namespace corvanis::monitoring_modules::test_support {
-
-using clock_type = std::chrono::steady_clock;
 
 namespace {
 
@@ -97,17 +94,10 @@ class header_scanner {
     std::size_t multiplier_ = 1;
 };
 
-struct chunk {
-    clock_type::time_point due;
-    std::string bytes;
-};
-
 struct connection {
     int client = -1;
     int upstream = -1;  // -1: silent
     header_scanner scanner;
-    std::deque<chunk> to_upstream;
-    std::deque<chunk> to_client;
     bool closed = false;
 
     void close() {
@@ -132,7 +122,6 @@ struct fault_proxy::state {
     bool stop = false;                           // guarded by mutex
     bool silent = false;                         // guarded by mutex
     cut_rule cut_on_subscribe = cut_rule::none;  // guarded by mutex
-    std::chrono::milliseconds delay{0};          // guarded by mutex
     std::list<connection> connections;           // guarded by mutex
     std::size_t accepted = 0;                    // guarded by mutex
     std::size_t cut_on_packet = 0;               // guarded by mutex
@@ -147,22 +136,12 @@ struct fault_proxy::state {
         std::vector<pollfd> fds;
         std::vector<connection*> owners;  // parallel to fds; nullptr for listener and wake pipe
         while (true) {
-            int timeout_ms = -1;
             {
                 std::lock_guard lock(mutex);
                 if (stop) return;
                 fds.assign({{listener, POLLIN, 0}, {wake[0], POLLIN, 0}});
                 owners.assign(2, nullptr);
-                const auto now = clock_type::now();
                 for (auto& c : connections) {
-                    for (const auto* queue : {&c.to_upstream, &c.to_client}) {
-                        if (queue->empty()) continue;
-                        const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                              queue->front().due - now)
-                                              .count();
-                        const int ms = static_cast<int>(std::max<long>(0, wait + 1));
-                        timeout_ms = timeout_ms < 0 ? ms : std::min(timeout_ms, ms);
-                    }
                     if (c.upstream < 0) continue;  // silent: left unread
                     fds.push_back({c.client, POLLIN, 0});
                     owners.push_back(&c);
@@ -170,7 +149,7 @@ struct fault_proxy::state {
                     owners.push_back(&c);
                 }
             }
-            ::poll(fds.data(), fds.size(), timeout_ms);
+            ::poll(fds.data(), fds.size(), -1);
             std::lock_guard lock(mutex);
             if (stop) return;
             if (fds[1].revents != 0) {
@@ -183,7 +162,6 @@ struct fault_proxy::state {
                 if (fds[i].revents == 0 || !is_open(c)) continue;
                 read_from(*c, fds[i].fd == c->client);
             }
-            flush_due();
             std::erase_if(connections, [](const connection& c) { return c.closed; });
             if (fds[0].revents & POLLIN) accept_one();
         }
@@ -215,30 +193,8 @@ struct fault_proxy::state {
         } else if (from_client) {
             c.scanner.find(buffer, size, 0xff);  // keeps packet boundaries known
         }
-        if (size > 0) {
-            (from_client ? c.to_upstream : c.to_client)
-                .push_back({clock_type::now() + delay, std::string(buffer, size)});
-        }
-        flush(c);
+        if (size > 0 && !send_all(from_client ? c.upstream : c.client, buffer, size)) c.close();
         if (cut_now) c.close();
-    }
-
-    void flush(connection& c) {
-        const auto now = clock_type::now();
-        for (auto [queue, fd] : {std::pair{&c.to_upstream, c.upstream}, {&c.to_client, c.client}}) {
-            while (!queue->empty() && queue->front().due <= now && !c.closed) {
-                if (!send_all(fd, queue->front().bytes.data(), queue->front().bytes.size())) {
-                    c.close();
-                }
-                queue->pop_front();
-            }
-        }
-    }
-
-    void flush_due() {
-        for (auto& c : connections) {
-            if (!c.closed) flush(c);
-        }
     }
 
     void accept_one() {
@@ -306,7 +262,6 @@ void fault_proxy::pass() {
     std::lock_guard lock(state_->mutex);
     state_->silent = false;
     state_->cut_on_subscribe = state::cut_rule::none;
-    state_->delay = std::chrono::milliseconds(0);
     state_->notify();
 }
 
@@ -324,12 +279,6 @@ void fault_proxy::cut_on_subscribe(bool every) {
 void fault_proxy::silent() {
     std::lock_guard lock(state_->mutex);
     state_->silent = true;
-}
-
-void fault_proxy::delay(std::chrono::milliseconds per_chunk) {
-    std::lock_guard lock(state_->mutex);
-    state_->delay = per_chunk;
-    state_->notify();
 }
 
 std::size_t fault_proxy::accepted() const {
@@ -366,9 +315,6 @@ int run_fault_proxy_cli(int argc, char** argv) {
                 proxy.cut_on_subscribe(extra == "all");
             } else if (command == "silent" && argument.empty()) {
                 proxy.silent();
-            } else if (command == "delay" && !argument.empty() &&
-                       argument.find_first_not_of("0123456789") == std::string::npos) {
-                proxy.delay(std::chrono::milliseconds(std::stoll(argument)));
             } else {
                 std::cout << "error unknown command: " << line << std::endl;
                 continue;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -21,7 +20,7 @@ class fault_proxy {
 
     int port() const;
 
-    // Forwards everything without delay; ends every cut-on and silent mode.
+    // Forwards everything; ends every cut-on and silent mode.
     void pass();
     // Closes every open connection now; new ones are served in the current mode.
     void cut();
@@ -30,8 +29,6 @@ class fault_proxy {
     void cut_on_subscribe(bool every);
     // New connections are accepted, then neither answered nor forwarded.
     void silent();
-    // Forwards each chunk, both ways, this long after it arrived.
-    void delay(std::chrono::milliseconds per_chunk);
 
     // Connections accepted so far, silent ones included.
     std::size_t accepted() const;
@@ -45,8 +42,8 @@ class fault_proxy {
 };
 
 // Runs the command-line contract on the given streams: prints "ready <port>", then one "ok" per
-// command line ("pass", "cut", "cut-on subscribe", "cut-on subscribe all", "silent",
-// "delay MS"), "error <text>" for anything else; returns at end of input.
+// command line ("pass", "cut", "cut-on subscribe", "cut-on subscribe all", "silent"),
+// "error <text>" for anything else; returns at end of input.
 int run_fault_proxy_cli(int argc, char** argv);
 
 }  // namespace corvanis::monitoring_modules::test_support

@@ -48,7 +48,8 @@ std::string find_program(const std::string& name) {
     return {};
 }
 
-pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool die_with_parent) {
+pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool die_with_parent,
+            const fs::path& errors) {
     const std::string program = find_program(argv.at(0));
     if (program.empty()) throw std::runtime_error(argv[0] + " not found");
     std::vector<char*> args;
@@ -57,9 +58,11 @@ pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool d
     // Everything the child needs is prepared: between fork and exec it only makes calls that are
     // safe in a copy of a multi-threaded process.
     const pid_t parent = ::getpid();
-    const int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    constexpr int append = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+    const int out = ::open(output.c_str(), append, 0600);
+    const int err = errors.empty() ? out : ::open(errors.c_str(), append, 0600);
     const int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const pid_t pid = out < 0 || in < 0 ? -1 : ::fork();
+    const pid_t pid = out < 0 || err < 0 || in < 0 ? -1 : ::fork();
     if (pid == 0) {
         if (die_with_parent) {
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -67,12 +70,13 @@ pid_t spawn(const std::vector<std::string>& argv, const fs::path& output, bool d
         }
         ::dup2(in, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
-        ::dup2(out, STDERR_FILENO);
+        ::dup2(err, STDERR_FILENO);
         ::execv(program.c_str(), args.data());
         ::_exit(127);
     }
-    if (out >= 0) ::close(out);
-    if (in >= 0) ::close(in);
+    for (const int fd : {out, err == out ? -1 : err, in}) {
+        if (fd >= 0) ::close(fd);
+    }
     if (pid < 0) throw std::runtime_error("cannot start " + program);
     return pid;
 }
@@ -85,7 +89,7 @@ int wait_for_exit(pid_t pid, int timeout_ms) {
         ::waitpid(pid, &status, 0);
         return -1;
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 void run(const std::vector<std::string>& argv, const fs::path& output) {

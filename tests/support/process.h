@@ -46,17 +46,18 @@ std::string read_text(const std::filesystem::path& path);
 // there); empty when not found.
 std::string find_program(const std::string& name);
 
-// Starts argv[0] (looked up with find_program) with stdout and stderr appended to output.
-// With die_with_parent the process gets SIGTERM when the thread that started it ends, so a
-// test killed by a timeout leaves nothing running. Throws std::runtime_error when it cannot
-// be started.
+// Starts argv[0] (looked up with find_program) with stdout and stderr appended to output, or
+// stderr to errors when given. With die_with_parent the process gets SIGTERM when the thread
+// that started it ends, so a test killed by a timeout leaves nothing running. Throws
+// std::runtime_error when it cannot be started.
 pid_t spawn(const std::vector<std::string>& argv, const std::filesystem::path& output,
-            bool die_with_parent = false);
+            bool die_with_parent = false, const std::filesystem::path& errors = {});
 
 // Runs to completion; throws std::runtime_error with the output when the exit status is not 0.
 void run(const std::vector<std::string>& argv, const std::filesystem::path& output);
 
-// The exit status once the process has ended within the timeout (SIGKILL after it).
+// The exit status once the process has ended within the timeout (SIGKILL after it, then -1;
+// 128 + the signal when a signal ended it).
 int wait_for_exit(pid_t pid, int timeout_ms);
 
 // A port on 127.0.0.1 that was free a moment ago (bound to port 0, then released).
