@@ -67,40 +67,35 @@ class child {
     bool wait_for_output(const std::string& text, std::size_t from = 0) const {
         return wait_for("out", text, from);
     }
-}
     // The same for stderr.
     bool wait_for_error(const std::string& text, std::size_t from = 0) const {
-    return wait_for("err", text, from);
-}
-// How much has been written so far, as a `from` for the waits above.
-std::size_t output_read() const {
-    return support::read_text(dir_.path("out")).size();
-}
-std::size_t error_read() const {
-    return support::read_text(dir_.path("err")).size();
-}
+        return wait_for("err", text, from);
+    }
+    // How much has been written so far, as a `from` for the waits above.
+    std::size_t output_read() const { return support::read_text(dir_.path("out")).size(); }
+    std::size_t error_read() const { return support::read_text(dir_.path("err")).size(); }
 
-void signal(int number) const {
-    ::kill(pid_, number);
-}
+    void signal(int number) const { ::kill(pid_, number); }
 
-outcome finish() {
-    outcome o;
-    o.exit_code = support::wait_for_exit(std::exchange(pid_, -1), limit_ms);
-    o.out = support::read_text(dir_.path("out"));
-    o.err = support::read_text(dir_.path("err"));
-    return o;
-}
+    outcome finish() {
+        outcome o;
+        o.exit_code = support::wait_for_exit(std::exchange(pid_, -1), limit_ms);
+        o.out = support::read_text(dir_.path("out"));
+        o.err = support::read_text(dir_.path("err"));
+        return o;
+    }
 
-private:
-bool wait_for(const char* stream, const std::string& text, std::size_t from) const {
-    return support::eventually(
-        [&] { return support::read_text(dir_.path(stream)).find(text, from) != std::string::npos; },
-        std::chrono::milliseconds(limit_ms));
-}
+  private:
+    bool wait_for(const char* stream, const std::string& text, std::size_t from) const {
+        return support::eventually(
+            [&] {
+                return support::read_text(dir_.path(stream)).find(text, from) != std::string::npos;
+            },
+            std::chrono::milliseconds(limit_ms));
+    }
 
-scratch dir_;
-pid_t pid_ = -1;
+    scratch dir_;
+    pid_t pid_ = -1;
 };
 
 inline outcome run(const std::vector<std::string>& args) {
