@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     host::module_inbox inbox([](const auto&) {}, [](const auto&) {});
     inbox.deliver(data, static_cast<std::uint32_t>(size));
-    tavo::wire::ModuleMessage message;
+    corvanis::tavo::wire::ModuleMessage message;
     if (!message.ParseFromArray(data, static_cast<int>(size))) return 0;
     for (const int id : {message.scan_result().sensor_id(), message.check_result().check_id(),
                          message.notification_response().notification_id()}) {

@@ -33,9 +33,10 @@ if [ -s "$work/copies" ]; then
   echo "the module carries its own copy of:"; cat "$work/copies"; status=1
 fi
 
-# 3. It uses the framework's instead.
+# 3. It uses the framework's instead. (grep reads to the end: an early exit would end nm with
+# SIGPIPE, which pipefail reports as a failure.)
 names -D --undefined-only -C "$module" |
-  grep -qxF "typeinfo for corvanis::monitoring_modules::libi18n::i18n_exception" ||
+  grep -xF "typeinfo for corvanis::monitoring_modules::libi18n::i18n_exception" >/dev/null ||
   { echo "the module does not take i18n_exception's type information from the framework"; status=1; }
 
 [ "$status" -ne 0 ] || echo "framework exports and module type information checked"
