@@ -27,8 +27,8 @@ for t in "${targets[@]}"; do
     -print_final_stats=1 -artifact_prefix="$artifacts" >"$log" 2>&1
   rc=$?
   set -e
-  execs=$(awk -F: '/stat::number_of_executed_units/{gsub(/ /,"",$2); print $2}' "$log" | tail -1)
-  rate=$(awk -F: '/stat::average_exec_per_sec/{gsub(/ /,"",$2); print $2}' "$log" | tail -1)
+  execs=$(awk '/stat::number_of_executed_units/{print $NF}' "$log" | tail -1)
+  rate=$(awk '/stat::average_exec_per_sec/{print $NF}' "$log" | tail -1)
   result=ok
   if [ "$rc" -ne 0 ]; then
     result="FAILED (exit $rc): $(grep -m1 -E 'ERROR: |SUMMARY: |mismatch' "$log" || echo see "$log")"
