@@ -95,9 +95,7 @@ class broker_client_test : public ::testing::Test {
   protected:
     void SetUp() override {
         if (!test_support::mosquitto_available()) GTEST_SKIP() << "mosquitto is not installed";
-        // ThreadSanitizer starts its own thread at the first thread creation: not ours to count.
-        std::thread([] {}).join();
-        threads_before_ = test_support::thread_count();
+        threads_before_ = test_support::thread_baseline();
     }
     mqtt_client_settings settings_for(std::int64_t port, const std::string& id,
                                       std::uint64_t connect_timeout) const {

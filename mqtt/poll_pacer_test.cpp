@@ -46,7 +46,7 @@ std::size_t settled(Count count, std::size_t expected) {
 }
 
 TEST(poll_pacer, links_on_first_pacing_without_a_listening_socket_and_leaves_nothing_behind) {
-    const auto threads_before = ts::thread_count();
+    const auto threads_before = ts::thread_baseline();
     const auto sockets_before = ts::open_descriptors_matching("socket:");
     auto pacer = std::make_shared<poll_pacer>();
     EXPECT_FALSE(pacer->linked());  // nothing until someone paces

@@ -132,7 +132,7 @@ TEST_F(roundtrip_e2e, times_are_the_brokers_not_the_librarys_poll_rounds) {
 
 TEST_F(roundtrip_e2e, cleanup_leaves_no_thread_or_socket_behind) {
     ts::mosquitto_broker broker;
-    const auto threads_before = ts::thread_count();
+    const auto threads_before = ts::thread_baseline();
     const auto sockets_before = ts::open_descriptors_matching("socket:");
     {
         module_host host;

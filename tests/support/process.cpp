@@ -13,6 +13,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace corvanis::monitoring_modules::test_support {
 
@@ -133,6 +134,11 @@ bool port_accepts(int port) {
 std::size_t thread_count() {
     const fs::directory_iterator tasks("/proc/self/task");
     return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+std::size_t thread_baseline() {
+    std::thread([] {}).join();
+    return thread_count();
 }
 
 std::size_t open_descriptors_matching(const std::string& text) {

@@ -68,6 +68,9 @@ bool port_accepts(int port);
 
 // Threads of this process.
 std::size_t thread_count();
+// Threads of this process, counted after one thread has come and gone: ThreadSanitizer starts
+// a thread of its own at the first thread creation, which is not the code's to count.
+std::size_t thread_baseline();
 
 // Open descriptors of this process whose target contains the text (e.g. "memfd:").
 std::size_t open_descriptors_matching(const std::string& text);
