@@ -153,10 +153,10 @@ bool to_bool(const json& value) {
 
 }  // namespace detail
 
-json_parser::json_parser(const std::string& document, selector select)
+json_parser::json_parser(const std::string& document, selector select_values)
     : document_(std::make_unique<const detail::json_document>(
           detail::json_document{detail::parse_json(document)})),
-      select_(select) {}
+      select_(select_values) {}
 
 json_parser::~json_parser() = default;
 

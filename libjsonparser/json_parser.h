@@ -56,7 +56,7 @@ class json_parser : public libparser::parser_interface {
                                             const std::string& path);
 
     // Throws exceptions::parse_error unless `document` is exactly one JSON value.
-    json_parser(const std::string& document, selector select);
+    json_parser(const std::string& document, selector select_values);
 
     const detail::json_document& document() const noexcept { return *document_; }
 
