@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -138,7 +139,17 @@ std::size_t thread_count() {
 
 std::size_t thread_baseline() {
     std::thread([] {}).join();
-    return thread_count();
+    // A joined thread's task can still be listed for a moment after join returns (the kernel
+    // wakes the joiner before it removes the task), so wait until the count holds still.
+    std::size_t count = thread_count();
+    int steady = 0;
+    for (int i = 0; i < 1000 && steady < 10; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        const auto now = thread_count();
+        steady = now == count ? steady + 1 : 0;
+        count = now;
+    }
+    return count;
 }
 
 std::size_t open_descriptors_matching(const std::string& text) {
