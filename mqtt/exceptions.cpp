@@ -41,7 +41,10 @@ std::vector<const libi18n::i18n_msg*> all() {
             &tls_failure_at(),
             &host_not_found(),
             &no_answer_at(),
-            &subscription_refused()};
+            &subscription_refused(),
+            &connection_refused_at(),
+            &connection_failed_at(),
+            &tls_expected_at()};
 }
 }  // namespace messages
 

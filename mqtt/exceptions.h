@@ -62,6 +62,10 @@ MQTT_MSG(tls_failure_at, "The TLS connection to %0:s failed: %1:s")
 MQTT_MSG(host_not_found, "The host name '%0:s' could not be resolved.")
 MQTT_MSG(no_answer_at, "%0:s did not acknowledge the connection within %1:s seconds.")
 MQTT_MSG(subscription_refused, "The broker at %0:s refused the subscription to '%1:s'.")
+MQTT_MSG(connection_refused_at, "The connection to %0:s was refused: nothing listens on that port.")
+MQTT_MSG(connection_failed_at, "The connection to %0:s failed: %1:s")
+MQTT_MSG(tls_expected_at,
+         "%0:s closed the connection: the port expects TLS, which is off in the settings.")
 #undef MQTT_MSG
 
 // Every definition above, for catalogue checks. client_failure carries the library's own

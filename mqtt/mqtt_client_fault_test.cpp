@@ -180,17 +180,84 @@ TEST_F(client_faults, a_silent_peer_fails_the_connect_with_a_timeout) {
     EXPECT_TRUE(no_thread_left());
 }
 
-// An unknown host is named as such, not as a generic failure.
-TEST_F(client_faults, an_unresolvable_host_is_named) {
-    for (const bool reconnecting : {false, true}) {
-        auto s = settings_for(1883, "named");
-        s.session.automatic_reconnect = reconnecting;
-        s.connection.host = "no-such-host.invalid";
-        try {
-            EXPECT_EQ(scan_key(*make(s)), "error.host_not_found");
-        } catch (const mqtt::exceptions::host_not_found& e) {
-            EXPECT_FALSE(reconnecting);
-            EXPECT_EQ(e.message().args(), std::vector<std::string>{"no-such-host.invalid"});
+// Every misconfiguration a connect can meet names the broker and why, as the TLS library or the
+// network tells it: thrown at creation, logged, and reported by the scans of a reconnecting
+// client.
+TEST_F(client_faults, connection_failures_name_the_broker_and_the_reason) {
+    const auto& tls = ts::shared_tls_material();
+    ts::mosquitto_broker plain;
+    ts::mosquitto_broker tls_port({.tls = true});
+    ts::mosquitto_broker needs_certificate({.require_client_certificate = true});
+    ts::mosquitto_broker other_name(
+        {.tls = true, .server_certificate_file = tls.other_name_certificate_file().string()});
+    ts::mosquitto_broker expired(
+        {.tls = true, .server_certificate_file = tls.expired_certificate_file().string()});
+    const auto nothing_listens = static_cast<std::int64_t>(ts::free_port());
+    const auto unrelated_key = ts::read_text(tls.server_key_file());
+    const auto port = [](const ts::mosquitto_broker& b) { return b.port(); };
+    const struct {
+        const char* name;
+        std::int64_t port;
+        bool use_tls;
+        std::string ca;
+        std::string certificate;
+        std::string key;
+        const char* key_wanted;
+        std::string reason;  // a part of the message after the address
+        std::string host = "127.0.0.1";
+    } table[] = {
+        {"wrong ca", port(tls_port), true, tls.other_ca_certificate, "", "", "error.tls_failure_at",
+         "self-signed certificate in certificate chain"},
+        {"garbage ca", port(tls_port), true, "not a certificate", "", "", "error.tls_failure_at",
+         "the CA certificate setting holds no PEM certificate"},
+        {"ca path", port(tls_port), true, tls.ca_certificate_file().string(), "", "",
+         "error.tls_failure_at", "holds a file path"},
+        {"other host name", port(other_name), true, tls.ca_certificate, "", "",
+         "error.tls_failure_at", "certificate is not issued for 127.0.0.1"},
+        {"expired", port(expired), true, tls.ca_certificate, "", "", "error.tls_failure_at",
+         "certificate has expired"},
+        {"no client certificate", port(needs_certificate), true, tls.ca_certificate, "", "",
+         "error.tls_failure_at", "certificate required"},
+        {"key of another certificate", port(needs_certificate), true, tls.ca_certificate,
+         tls.client_certificate, unrelated_key, "error.tls_failure_at",
+         "the client key does not match the client certificate"},
+        {"plain to tls", port(tls_port), false, "", "", "", "error.tls_expected_at",
+         "the port expects TLS"},
+        {"refused", nothing_listens, false, "", "", "", "error.connection_refused_at",
+         "was refused"},
+        {"unknown host", port(plain), false, "", "", "", "error.host_not_found",
+         "no-such-host.invalid", "no-such-host.invalid"},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.name);
+        auto s = settings_for(row.port, row.name);
+        s.connection.host = row.host;
+        s.tls.use_tls = row.use_tls;
+        s.tls.ca_certificate = row.ca;
+        s.tls.client_certificate = row.certificate;
+        s.tls.client_key = row.key;
+        const auto address = row.host + ":" + std::to_string(row.port);
+        for (const bool reconnecting : {false, true}) {
+            s.session.automatic_reconnect = reconnecting;
+            std::string text;
+            try {
+                auto client = make(s);
+                EXPECT_TRUE(reconnecting) << "connected";
+                client->throw_if_disconnected();
+            } catch (const mqtt::exceptions::client_failure& e) {
+                EXPECT_EQ(e.message().key(), row.key_wanted) << e.what();
+                text = e.what();
+            }
+            SCOPED_TRACE(text);
+            EXPECT_NE(text.find(row.key_wanted == std::string("error.host_not_found") ? row.host
+                                                                                      : address),
+                      std::string::npos);
+            EXPECT_NE(text.find(row.reason), std::string::npos);
+            if (!reconnecting) {
+                EXPECT_TRUE(
+                    log->has(severity::error, "MQTT Client - " + std::string(row.name) +
+                                                  ": Initial connection attempt failed: " + text));
+            }
         }
     }
     EXPECT_TRUE(no_thread_left());

@@ -10,6 +10,7 @@
 
 #include "libstringutils/random_string_generator.h"
 #include "libtavohelper/module/service_container.h"
+#include "mqtt/connection_probe.h"
 #include "mqtt/exceptions.h"
 #include "mqtt/paho_callbacks.h"
 #include "mqtt/poll_pacer.h"
@@ -44,6 +45,8 @@ constexpr std::uint64_t min_keep_alive = 2;
 
 // The library's failure code for a subscription the broker refused (its SUBACK return code).
 constexpr int subscription_refused_code = 0x80;
+// The most a failed connect's explanation adds to it.
+constexpr auto probe_budget = 3s;
 // Enough of the TLS library's queue to name the reason.
 constexpr std::size_t max_tls_errors = 512;
 
@@ -361,22 +364,43 @@ mqtt_client_paho::failure_maker mqtt_client_paho::explain_failure(
     } catch (...) {
         return failure;
     }
-    std::string tls_errors;
-    {
-        std::lock_guard lock(failure_mutex_);
-        tls_errors = tls_errors_;
-    }
     if (!resolves(settings_.connection.host)) {
         return [host = settings_.connection.host] {
             return std::make_exception_ptr(
                 exceptions::host_not_found(messages::host_not_found()(host)));
         };
     }
-    if (settings_.tls.use_tls && !tls_errors.empty()) {
-        return [address, tls_errors] {
-            return std::make_exception_ptr(exceptions::tcp_tls_connect_failure(
-                messages::tls_failure_at()(address, tls_errors)));
+    const auto connect_failure = [](libi18n::i18n_msg message) -> failure_maker {
+        return [message = std::move(message)] {
+            return std::make_exception_ptr(exceptions::tcp_tls_connect_failure(message));
         };
+    };
+    // The library's text rarely says why: a connection of our own, with the same material, does.
+    const auto& tls = settings_.tls;
+    const auto finding = probe_connection(
+        {settings_.connection.host, settings_.connection.port, tls.use_tls, tls.ca_certificate,
+         tls.client_certificate, tls.client_key, tls.client_key_password.plain()},
+        std::min<std::chrono::milliseconds>(connect_timeout_, probe_budget),
+        [this] { return stopping_.load(); });
+    switch (finding.what) {
+        case probe_finding::kind::refused:
+            return connect_failure(messages::connection_refused_at()(address));
+        case probe_finding::kind::unreachable:
+            return connect_failure(messages::connection_failed_at()(address, finding.reason));
+        case probe_finding::kind::tls:
+            return connect_failure(messages::tls_failure_at()(address, finding.reason));
+        case probe_finding::kind::tls_expected:
+            return connect_failure(messages::tls_expected_at()(address));
+        case probe_finding::kind::none:
+            break;
+    }
+    std::string tls_errors;
+    {
+        std::lock_guard lock(failure_mutex_);
+        tls_errors = tls_errors_;
+    }
+    if (tls.use_tls && !tls_errors.empty()) {
+        return connect_failure(messages::tls_failure_at()(address, tls_errors));
     }
     return failure;
 }

@@ -26,7 +26,10 @@ mosquitto_broker::mosquitto_broker(broker_options options)
     if (uses_tls()) {
         const auto& tls = shared_tls_material();
         conf << "cafile " << tls.ca_certificate_file().string() << "\n"
-             << "certfile " << tls.server_certificate_file().string() << "\n"
+             << "certfile "
+             << (options_.server_certificate_file.empty() ? tls.server_certificate_file().string()
+                                                          : options_.server_certificate_file)
+             << "\n"
              << "keyfile " << tls.server_key_file().string() << "\n";
     }
     if (options_.require_client_certificate) {

@@ -18,6 +18,8 @@ struct broker_options {
     bool tls = false;
     // TLS listener that refuses clients without a certificate from the test CA.
     bool require_client_certificate = false;
+    // The TLS listener's certificate file when not the valid one (see tls_material).
+    std::string server_certificate_file;
     // When not empty: a password file with these (user, password) pairs, no anonymous access.
     std::vector<std::pair<std::string, std::string>> users;
     // Further lines for the broker's configuration file, such as limits.

@@ -20,9 +20,10 @@ tls_material make_tls_material(const fs::path& dir) {
         argv.insert(argv.end(), extra.begin(), extra.end());
         run(argv, log);
     };
-    const auto sign = [&](const char* csr, const char* ext, const char* out) {
+    const auto sign = [&](const char* csr, const char* ext, const char* out,
+                          const char* days = "2") {
         run({"openssl", "x509", "-req", "-in", p(csr), "-CA", p("ca.crt"), "-CAkey", p("ca.key"),
-             "-CAcreateserial", "-days", "2", "-extfile", p(ext), "-out", p(out)},
+             "-CAcreateserial", "-days", days, "-extfile", p(ext), "-out", p(out)},
             log);
     };
 
@@ -34,6 +35,10 @@ tls_material make_tls_material(const fs::path& dir) {
     std::ofstream(dir / "server.ext")
         << "subjectAltName=IP:127.0.0.1,DNS:localhost\nextendedKeyUsage=serverAuth\n";
     sign("server.csr", "server.ext", "server.crt");
+    sign("server.csr", "server.ext", "expired.crt", "-1");  // ended a day before it began
+    std::ofstream(dir / "other_name.ext")
+        << "subjectAltName=DNS:other-host.example\nextendedKeyUsage=serverAuth\n";
+    sign("server.csr", "other_name.ext", "other_name.crt");
     req({"-keyout", p("client.key"), "-out", p("client.csr"), "-subj", "/CN=client1"});
     std::ofstream(dir / "client.ext") << "extendedKeyUsage=clientAuth\n";
     sign("client.csr", "client.ext", "client.crt");
