@@ -180,6 +180,36 @@ TEST_F(client_faults, a_silent_peer_fails_the_connect_with_a_timeout) {
     EXPECT_TRUE(no_thread_left());
 }
 
+// A refused subscription names the broker and the filter, is not kept, and refuses again when a
+// reconnect makes it anew.
+TEST_F(client_faults, a_refused_subscription_names_the_broker_and_the_filter) {
+    ts::mosquitto_broker broker;
+    auto proxy = std::make_unique<ts::fault_proxy>(broker.host(), static_cast<int>(broker.port()));
+    auto client = make(settings_for(proxy->port(), "refusing"));
+    recorded_subscription kept("kept/#");
+    client->subscribe(kept.subscription);
+    proxy->refuse_subscriptions();
+    recorded_subscription refused("plant/+/temperature");
+    const auto address = "127.0.0.1:" + std::to_string(proxy->port());
+    try {
+        client->subscribe(refused.subscription);
+        ADD_FAILURE() << "subscribed";
+    } catch (const mqtt::exceptions::subscription_refused& e) {
+        EXPECT_EQ(e.message().key(), "error.subscription_refused");
+        EXPECT_EQ(e.message().args(), (std::vector<std::string>{address, "plant/+/temperature"}));
+    }
+    EXPECT_EQ(client->get_subscribed_topic_count(), 1u);
+    proxy->cut();
+    ASSERT_TRUE(log->wait_for("Reconnect failed: The broker at " + address +
+                              " refused the subscription to 'kept/#'."))
+        << PrintToString(log->lines());
+    proxy->pass();
+    ASSERT_TRUE(log->wait_for("Subscribed to 'kept/#'", 2)) << PrintToString(log->lines());
+    client.reset();
+    proxy.reset();
+    EXPECT_TRUE(no_thread_left());
+}
+
 // Every misconfiguration a connect can meet names the broker and why, as the TLS library or the
 // network tells it: thrown at creation, logged, and reported by the scans of a reconnecting
 // client.

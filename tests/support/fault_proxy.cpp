@@ -24,6 +24,8 @@ namespace corvanis::monitoring_modules::test_support {
 namespace {
 
 constexpr std::uint8_t subscribe_type = 8;
+constexpr std::uint8_t suback_type = 9;
+constexpr std::uint8_t no_type = 0xff;  // matches no packet: the scan only keeps boundaries
 
 void close_fd(int& fd) {
     if (fd >= 0) ::close(fd);
@@ -56,16 +58,19 @@ int connect_to(const std::string& host, int port) {
     return fd;
 }
 
-// Finds packet starts in the client's byte stream: type byte, remaining length, body.
+// Finds packet starts in one direction's byte stream: type byte, remaining length, body.
 class header_scanner {
   public:
-    // Offset of the first byte in the chunk that starts a packet of the type, or -1.
-    long find(const char* data, std::size_t size, std::uint8_t type) {
+    // Offset of the first byte in the chunk that starts a packet of the type, or -1. With
+    // refuse, every SUBACK return code passed on the way becomes 0x80 (failure).
+    long find(char* data, std::size_t size, std::uint8_t type, bool refuse = false) {
         for (std::size_t i = 0; i < size; ++i) {
             const auto byte = static_cast<std::uint8_t>(data[i]);
             switch (stage_) {
                 case stage::type:
                     if ((byte >> 4) == type) return static_cast<long>(i);
+                    current_ = static_cast<std::uint8_t>(byte >> 4);
+                    offset_ = 0;
                     stage_ = stage::length;
                     remaining_ = 0;
                     multiplier_ = 1;
@@ -77,6 +82,10 @@ class header_scanner {
                     break;
                 case stage::body: {
                     const auto skip = std::min<std::size_t>(remaining_, size - i);
+                    for (std::size_t k = 0; refuse && current_ == suback_type && k < skip; ++k) {
+                        if (offset_ + k >= 2) data[i + k] = '\x80';  // after the packet id
+                    }
+                    offset_ += skip;
                     remaining_ -= skip;
                     i += skip - 1;
                     if (remaining_ == 0) stage_ = stage::type;
@@ -90,14 +99,17 @@ class header_scanner {
   private:
     enum class stage { type, length, body };
     stage stage_ = stage::type;
+    std::uint8_t current_ = 0;
+    std::size_t offset_ = 0;  // into the current packet's body
     std::size_t remaining_ = 0;
     std::size_t multiplier_ = 1;
 };
 
 struct connection {
     int client = -1;
-    int upstream = -1;  // -1: silent
-    header_scanner scanner;
+    int upstream = -1;                // -1: silent
+    header_scanner scanner;           // client to broker
+    header_scanner upstream_scanner;  // broker to client
     bool closed = false;
 
     void close() {
@@ -121,6 +133,7 @@ struct fault_proxy::state {
     mutable std::mutex mutex;
     bool stop = false;                           // guarded by mutex
     bool silent = false;                         // guarded by mutex
+    bool refuse_subscriptions = false;           // guarded by mutex
     cut_rule cut_on_subscribe = cut_rule::none;  // guarded by mutex
     std::list<connection> connections;           // guarded by mutex
     std::size_t accepted = 0;                    // guarded by mutex
@@ -191,7 +204,9 @@ struct fault_proxy::state {
                 ++cut_on_packet;
             }
         } else if (from_client) {
-            c.scanner.find(buffer, size, 0xff);  // keeps packet boundaries known
+            c.scanner.find(buffer, size, no_type);
+        } else {
+            c.upstream_scanner.find(buffer, size, no_type, refuse_subscriptions);
         }
         if (size > 0 && !send_all(from_client ? c.upstream : c.client, buffer, size)) c.close();
         if (cut_now) c.close();
@@ -261,6 +276,7 @@ int fault_proxy::port() const {
 void fault_proxy::pass() {
     std::lock_guard lock(state_->mutex);
     state_->silent = false;
+    state_->refuse_subscriptions = false;
     state_->cut_on_subscribe = state::cut_rule::none;
     state_->notify();
 }
@@ -274,6 +290,11 @@ void fault_proxy::cut() {
 void fault_proxy::cut_on_subscribe(bool every) {
     std::lock_guard lock(state_->mutex);
     state_->cut_on_subscribe = every ? state::cut_rule::every : state::cut_rule::next;
+}
+
+void fault_proxy::refuse_subscriptions() {
+    std::lock_guard lock(state_->mutex);
+    state_->refuse_subscriptions = true;
 }
 
 void fault_proxy::silent() {
@@ -313,6 +334,8 @@ int run_fault_proxy_cli(int argc, char** argv) {
             } else if (command == "cut-on" && argument == "subscribe" &&
                        (extra.empty() || extra == "all")) {
                 proxy.cut_on_subscribe(extra == "all");
+            } else if (command == "refuse" && argument == "subscribe" && extra.empty()) {
+                proxy.refuse_subscriptions();
             } else if (command == "silent" && argument.empty()) {
                 proxy.silent();
             } else {

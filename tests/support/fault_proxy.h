@@ -7,9 +7,10 @@
 namespace corvanis::monitoring_modules::test_support {
 
 // A TCP relay on 127.0.0.1 between MQTT clients and a broker that injects the faults a real
-// broker cannot produce. It watches the client-to-broker direction packet by packet (MQTT fixed
-// headers), so it can cut a connection the moment a given packet type is sent. Every mode change
-// applies at once to open connections too. The destructor closes everything and joins its thread.
+// broker cannot produce. It follows both directions packet by packet (MQTT fixed headers), so it
+// can cut a connection the moment a given packet type is sent, or refuse what the broker granted.
+// Every mode change applies at once to open connections too. The destructor closes everything and
+// joins its thread.
 class fault_proxy {
   public:
     // Listens on listen_port (0: a free one). Throws std::runtime_error when it cannot listen.
@@ -20,13 +21,15 @@ class fault_proxy {
 
     int port() const;
 
-    // Forwards everything; ends every cut-on and silent mode.
+    // Forwards everything unchanged; ends every cut-on, refuse and silent mode.
     void pass();
     // Closes every open connection now; new ones are served in the current mode.
     void cut();
     // Closes a connection instead of forwarding its SUBSCRIBE packet: only the next one seen
     // on any connection, or every one until pass().
     void cut_on_subscribe(bool every);
+    // Every SUBACK reaches the client with its return codes set to 0x80 (refused).
+    void refuse_subscriptions();
     // New connections are accepted, then neither answered nor forwarded.
     void silent();
 
@@ -42,8 +45,8 @@ class fault_proxy {
 };
 
 // Runs the command-line contract on the given streams: prints "ready <port>", then one "ok" per
-// command line ("pass", "cut", "cut-on subscribe", "cut-on subscribe all", "silent"),
-// "error <text>" for anything else; returns at end of input.
+// command line ("pass", "cut", "cut-on subscribe", "cut-on subscribe all", "refuse subscribe",
+// "silent"), "error <text>" for anything else; returns at end of input.
 int run_fault_proxy_cli(int argc, char** argv);
 
 }  // namespace corvanis::monitoring_modules::test_support
