@@ -16,6 +16,8 @@ using strings = std::vector<std::string>;
 
 // Nothing listens on port 1, so every connection is refused at once.
 const strings no_broker = {"--set", "credentials.connection_mqtt.port=1"};
+const std::string refused =
+    "The connection to 127.0.0.1:1 was refused: nothing listens on that port.";
 
 strings operator+(strings a, const strings& b) {
     a.insert(a.end(), b.begin(), b.end());
@@ -75,24 +77,23 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_stat
         EXPECT_EQ(line["state"].as<std::string>(), "error");
         EXPECT_EQ(line["response_code"].as<int>(), 3);
         EXPECT_TRUE(line["error"].as<bool>());
-        EXPECT_EQ(line["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+        EXPECT_EQ(line["message"]["key"].as<std::string>(), "error.connection_refused_at");
     }
     // The failure is told once, in the result; the log lines only when asked for.
-    EXPECT_EQ(scans.err.find("TCP/TLS connect failure"), std::string::npos) << scans.err;
+    EXPECT_EQ(scans.err.find(refused), std::string::npos) << scans.err;
     EXPECT_EQ(scans.err.find("debug"), std::string::npos) << scans.err;
     const auto logged = run(strings{"scan", "roundtrip_sensor", "--log-level", "4"} + no_broker);
-    EXPECT_NE(logged.err.find("sensor 1 error: TCP/TLS connect failure"), std::string::npos)
-        << logged.err;
+    EXPECT_NE(logged.err.find("sensor 1 error: " + refused), std::string::npos) << logged.err;
 
     const auto table = run(strings{"scan", "roundtrip_sensor"} + no_broker);
     EXPECT_EQ(table.exit_code, 2);
-    EXPECT_NE(table.out.find("  #1 MQTT Round Trip  ERROR\n    TCP/TLS connect failure\n"),
+    EXPECT_NE(table.out.find("  #1 MQTT Round Trip  ERROR\n    " + refused + "\n"),
               std::string::npos)
         << table.out;
 
     const auto status = run(strings{"scan", "roundtrip_sensor", "--format", "nagios"} + no_broker);
     EXPECT_EQ(status.exit_code, 2);
-    EXPECT_EQ(status.out, "CRITICAL - MQTT Round Trip #1: TCP/TLS connect failure\n");
+    EXPECT_EQ(status.out, "CRITICAL - MQTT Round Trip #1: " + refused + "\n");
 
     const auto unknown = run({"scan", "nope_sensor", "--format", "nagios"});
     EXPECT_EQ(unknown.exit_code, 3);
@@ -104,10 +105,10 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_stat
     const auto result = check.json_lines().at(0);
     EXPECT_EQ(result["state"].as<std::string>(), "error");
     EXPECT_FALSE(result["success"].as<bool>());
-    EXPECT_EQ(result["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    EXPECT_EQ(result["message"]["key"].as<std::string>(), "error.connection_refused_at");
     const auto check_status = run(strings{"check", "--format", "nagios"} + no_broker);
     EXPECT_EQ(check_status.exit_code, 2);
-    EXPECT_EQ(check_status.out, "CRITICAL - mqtt_connect_check: TCP/TLS connect failure\n");
+    EXPECT_EQ(check_status.out, "CRITICAL - mqtt_connect_check: " + refused + "\n");
 
     const auto notify =
         run(strings{"notify", "--target", "a/b", "--message", "hi", "--json"} + no_broker);
@@ -115,7 +116,7 @@ TEST(cli_test, failures_exit_2_with_the_message_key_in_json_lines_tables_or_stat
     const auto response = notify.json_lines().at(0);
     EXPECT_EQ(response["type"].as<std::string>(), "notification_response");
     EXPECT_FALSE(response["success"].as<bool>());
-    EXPECT_EQ(response["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    EXPECT_EQ(response["message"]["key"].as<std::string>(), "error.connection_refused_at");
 }
 
 TEST(cli_test, settings_reach_the_module_in_their_layers_and_secrets_stay_hidden) {

@@ -216,6 +216,13 @@ sensors:
 }
 
 TEST(config_forms_test, texts_follow_the_asked_language_or_the_locale) {
+    const std::string english =
+        "The connection to 127.0.0.1:1 was refused: nothing listens on that port.";
+    const std::string german =
+        "Die Verbindung zu 127.0.0.1:1 wurde abgelehnt: Auf diesem Port wartet kein Dienst auf "
+        "Verbindungen.";
+    const std::string french =
+        "La connexion à 127.0.0.1:1 a été refusée : aucun service n'écoute sur ce port.";
     const environment_variable all("LC_ALL", nullptr);
     const environment_variable messages("LC_MESSAGES", nullptr);
     const struct {
@@ -223,12 +230,12 @@ TEST(config_forms_test, texts_follow_the_asked_language_or_the_locale) {
         strings args;
         std::string text;
     } cases[] = {
-        {"C", {}, "TCP/TLS connect failure"},
-        {"de_DE.UTF-8", {}, "Fehler beim TCP/TLS-Verbindungsaufbau"},
-        {"C", {"--lang", "de"}, "Fehler beim TCP/TLS-Verbindungsaufbau"},
-        {"C", {"--lang", "French"}, "Échec de la connexion TCP/TLS"},
-        {"de_DE.UTF-8", {"--lang", "en"}, "TCP/TLS connect failure"},
-        {"xx_XX.UTF-8", {}, "TCP/TLS connect failure"},
+        {"C", {}, english},
+        {"de_DE.UTF-8", {}, german},
+        {"C", {"--lang", "de"}, german},
+        {"C", {"--lang", "French"}, french},
+        {"de_DE.UTF-8", {"--lang", "en"}, english},
+        {"xx_XX.UTF-8", {}, english},
     };
     for (const auto& c : cases) {
         const environment_variable lang("LANG", c.lang);

@@ -204,7 +204,7 @@ TEST_F(system_test, run_keeps_going_past_sensors_that_fail_and_says_when_one_goe
     }
     ASSERT_GE(results[2].size(), 1u) << o.out;
     EXPECT_EQ(results[2][0]["name"].as<std::string>(), "nowhere");
-    EXPECT_EQ(results[2][0]["message"]["key"].as<std::string>(), "error.tcp_tls_connect_failure");
+    EXPECT_EQ(results[2][0]["message"]["key"].as<std::string>(), "error.connection_refused_at");
     ASSERT_GE(results[3].size(), 2u) << o.out;
     EXPECT_EQ(results[3].front()["state"].as<std::string>(), "ok") << o.out;
     EXPECT_EQ(results[3].back()["state"].as<std::string>(), "error") << o.out;
