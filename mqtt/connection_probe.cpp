@@ -75,6 +75,20 @@ class probe {
         return joined.empty() ? otherwise : joined;
     }
 
+    // What a verification result says about the settings when it means "signed by another CA".
+    static std::string unknown_issuer(long result) {
+        switch (result) {
+            case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+            case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+            case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+            case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+                return " (the broker's certificate is not signed by the CA certificate in the "
+                       "settings)";
+            default:
+                return {};
+        }
+    }
+
     static bio_ptr text_bio(const std::string& text) {
         return bio_ptr(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), &BIO_free);
     }
@@ -215,7 +229,7 @@ class probe {
         if (!target_.use_tls) return {probe_finding::kind::tls_expected, {}};
         if (!target_.ca_certificate.empty()) {
             if (const long result = SSL_get_verify_result(ssl.get()); result != X509_V_OK) {
-                return tls_failure(X509_verify_cert_error_string(result));
+                return tls_failure(X509_verify_cert_error_string(result) + unknown_issuer(result));
             }
             const x509_ptr certificate(SSL_get1_peer_certificate(ssl.get()), &X509_free);
             if (certificate &&

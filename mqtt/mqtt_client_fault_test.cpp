@@ -237,7 +237,7 @@ TEST_F(client_faults, connection_failures_name_the_broker_and_the_reason) {
         std::string host = "127.0.0.1";
     } table[] = {
         {"wrong ca", port(tls_port), true, tls.other_ca_certificate, "", "", "error.tls_failure_at",
-         "self-signed certificate in certificate chain"},
+         "not signed by the CA certificate in the settings"},
         {"garbage ca", port(tls_port), true, "not a certificate", "", "", "error.tls_failure_at",
          "the CA certificate setting holds no PEM certificate"},
         {"ca path", port(tls_port), true, tls.ca_certificate_file().string(), "", "",
