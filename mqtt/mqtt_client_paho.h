@@ -115,8 +115,11 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // object rethrown on several threads would be shared without any lock.
     using failure_maker = std::function<std::exception_ptr()>;
     std::uint64_t record_failure(failure_maker failure);
-    // The library's connect failure made specific: the TLS library's reason, an unresolvable
-    // host, the broker's address. Not for library threads: it may resolve the host name.
+    // The library's connect failure made specific, naming the broker's address: an unresolvable
+    // host, or what a probe connection of our own finds (a refused port, the TLS material's,
+    // the handshake's or the verification's reason), else the TLS library's queued reason. Not
+    // for library threads: it resolves the host name and connects (a few seconds at most,
+    // ended early by destruction).
     failure_maker explain_failure(const failure_maker& failure) const;
     void note_tls_error(std::string text);
     // The wait for one broker request: the connect timeout, or less while tearing down.
