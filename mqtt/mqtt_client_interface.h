@@ -70,10 +70,13 @@ class mqtt_client_interface {
     // (not_authorized, tcp_tls_connect_failure, ...) or connection_lost after a loss. Empty
     // while nothing has failed.
     virtual std::exception_ptr last_failure() const { return nullptr; }
-    // For scans: returns when connected, else throws last_failure() (connection_lost when
-    // there is none).
+    // False while a reconnect could not put every subscription back (a refused re-subscription):
+    // the client is connected, but some of its sensors receive nothing.
+    virtual bool subscriptions_in_place() const { return true; }
+    // For scans: returns when connected with every subscription in place, else throws
+    // last_failure() (connection_lost when there is none).
     void throw_if_disconnected() const {
-        if (is_connected()) return;
+        if (is_connected() && subscriptions_in_place()) return;
         if (const auto failure = last_failure()) std::rethrow_exception(failure);
         throw exceptions::connection_lost(messages::connection_lost());
     }

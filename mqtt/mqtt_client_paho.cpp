@@ -625,7 +625,13 @@ bool mqtt_client_paho::reconnect_once() {
             return false;
         }
     }
-    resubscribe_all();
+    try {
+        resubscribe_all();
+    } catch (...) {
+        subscriptions_missing_ = true;
+        throw;
+    }
+    subscriptions_missing_ = false;
     const bool connected = is_connected();  // not under our lock: the library's may be held
     std::lock_guard lock(reconnect_mutex_);
     return connected && !loss_pending_;

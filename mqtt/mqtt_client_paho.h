@@ -72,6 +72,7 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::uint32_t get_active_client_count() const override;
     std::int64_t get_connect_duration() const override;
     bool is_connected() const override;
+    bool subscriptions_in_place() const override { return !subscriptions_missing_; }
     std::exception_ptr last_failure() const override;
     std::string get_client_id() const override;
     std::uint64_t get_subscribed_topic_count() const override;
@@ -157,6 +158,8 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::atomic<bool> automatic_reconnect_;
     std::atomic<bool> reconnect_in_progress_{false};
     std::atomic<bool> stopping_{false};
+    // A reconnect's re-subscription failed; cleared when one puts every subscription back.
+    std::atomic<bool> subscriptions_missing_{false};
     std::mutex reconnect_mutex_;  // with automatic_reconnect_, decides whether a thread may start
     std::condition_variable reconnect_wake_;
     bool reconnect_wake_requested_ = false;          // guarded by reconnect_mutex_
