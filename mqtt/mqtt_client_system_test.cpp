@@ -15,20 +15,10 @@ using corvanis::monitoring_modules::libtavohelper::settings::secure_string;
 using mqtt::testing::client_log;
 using mqtt::testing::recorded_subscription;
 using ::testing::PrintToString;
+using ts::failure_of;
 using namespace std::chrono_literals;
 
 namespace {
-
-// "<key>: <message>" of what the call throws.
-template <class F>
-std::string failure_of(F&& call) {
-    try {
-        call();
-    } catch (const corvanis::monitoring_modules::libi18n::i18n_exception& e) {
-        return e.message().key() + ": " + e.what();
-    }
-    return "no failure";
-}
 
 class client_system : public mqtt::testing::broker_client_test {
   protected:
