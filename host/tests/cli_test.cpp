@@ -179,9 +179,15 @@ TEST(cli_test, describe_finds_the_module_beside_the_program_and_speaks_the_asked
         EXPECT_NE(o.out.find(part), std::string::npos) << part;
     }
     EXPECT_EQ(json::parse(run({"describe", "--json"}).out)["Revision"].as<int>(), 68);
-    const auto german = run({"describe", "--lang", "German"});
+    // One kind when asked: its own settings and the shared ones, no other kind's.
+    const auto german = run({"describe", "statistics_sensor", "--lang", "German"});
     EXPECT_EQ(german.exit_code, 0) << german.err;
-    EXPECT_NE(german.out.find("statistics_sensor  MQTT-Statistik"), std::string::npos);
+    for (const auto* part :
+         {"statistics_sensor  MQTT-Statistik", "statistics.connection_statistics.topic",
+          "credentials.connection_mqtt.port"})
+        EXPECT_NE(german.out.find(part), std::string::npos) << part;
+    for (const auto* absent : {"roundtrip_sensor", "subscribe_custom", "mqtt_connect_check"})
+        EXPECT_EQ(german.out.find(absent), std::string::npos) << absent;
 }
 
 }  // namespace

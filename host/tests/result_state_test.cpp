@@ -154,25 +154,5 @@ TEST(result_state_test, limit_options_are_read_or_refused_with_the_reason) {
     }
 }
 
-TEST(result_state_test, host_texts_follow_the_language_and_fall_back_to_english) {
-    const struct {
-        const char* language;
-        const char* text;
-    } cases[] = {{"English", "no message received yet on a/#"},
-                 {"German", "noch keine Nachricht empfangen auf a/#"},
-                 {"de", "noch keine Nachricht empfangen auf a/#"},
-                 {"Klingon", "no message received yet on a/#"}};
-    for (const auto& c : cases) EXPECT_EQ(host_text("no_message_yet", c.language, {"a/#"}), c.text);
-}
-
-TEST(result_state_test, times_are_rfc3339_utc_with_milliseconds) {
-    using std::chrono::milliseconds;
-    using std::chrono::system_clock;
-    EXPECT_EQ(rfc3339_utc(system_clock::time_point(milliseconds(0))), "1970-01-01T00:00:00.000Z");
-    EXPECT_EQ(rfc3339_utc(system_clock::time_point(milliseconds(1'795'000'000'999))),
-              "2026-11-18T11:06:40.999Z");
-    EXPECT_EQ(rfc3339_utc(system_clock::time_point(milliseconds(-1))), "1969-12-31T23:59:59.999Z");
-}
-
 }  // namespace
 }  // namespace corvanis::monitoring_modules::host
