@@ -175,7 +175,10 @@ TEST(cli_test, describe_finds_the_module_beside_the_program_and_speaks_the_asked
           "credentials.user_credentials.password  Password\n      default \"\"; text; secret; "
           "used when credentials.user_credentials.active = yes",
           "statistics.connection_statistics.topic  Topic\n      required, no default; text",
-          "subscribe_custom.connection_subscribe_custom.channel10_scale_factor"}) {
+          // A setting of the expanded channel template, with its dependency.
+          "subscribe_custom.connection_subscribe_custom.channel10_scale_factor  Channel #10 Scale "
+          "Factor\n      default \"1\"; number; used when "
+          "subscribe_custom.connection_subscribe_custom.channel10 =\n      enable"}) {
         EXPECT_NE(o.out.find(part), std::string::npos) << part;
     }
     EXPECT_EQ(json::parse(run({"describe", "--json"}).out)["Revision"].as<int>(), 68);

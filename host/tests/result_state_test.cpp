@@ -65,7 +65,7 @@ TEST(result_state_test, limits_leave_other_channels_and_missing_values_alone_and
     apply_limits(view, {{"Pressure", {std::nullopt, 1, std::nullopt, 2}}}, "English");
     EXPECT_EQ(view.channels[0].limit_state, "");
     EXPECT_EQ(view.message->text, "burner on");
-    apply_limits(view, {{"Temperature", {std::nullopt, 1, std::nullopt, 2}}}, "German");
+    apply_limits(view, {{"Temperature", {std::nullopt, 1, std::nullopt, 2}}}, "de");
     EXPECT_EQ(view.message->text, "Temperature = 95 °C liegt über error_max 2; burner on");
 }
 
