@@ -166,8 +166,8 @@ TEST_F(client_system, tls_verifies_against_the_given_ca_and_presents_the_client_
 }
 
 // Without reconnecting the failure reaches the caller. With it, subscriptions made meanwhile are
-// made at the broker once it is up, and again after it restarted.
-TEST_F(client_system, a_broker_down_fails_fast_or_is_waited_for_and_a_restart_resubscribes) {
+// made at the broker once it is up (a loss later on: the fault tests).
+TEST_F(client_system, a_broker_down_fails_fast_or_is_waited_for) {
     ts::mosquitto_broker broker;
     broker.stop();
     auto s = settings_for(broker, "gone");
@@ -188,16 +188,6 @@ TEST_F(client_system, a_broker_down_fails_fast_or_is_waited_for_and_a_restart_re
     ASSERT_TRUE(log->wait_for("Subscribed to 'l/#'")) << PrintToString(log->lines());
     ts::mqtt_peer(broker).publish("l/x", "up");
     ASSERT_TRUE(own.wait_for(1));
-
-    EXPECT_EQ(log->count(": Connection lost"), 0u);
-    broker.stop();
-    broker.start();
-    ASSERT_TRUE(log->wait_for(": Connection lost"));
-    ASSERT_TRUE(log->wait_for("Subscribed to 'l/#'", 2)) << PrintToString(log->lines());
-    EXPECT_TRUE(client->is_connected());
-    ts::mqtt_peer(broker).publish("l/y", "after");
-    ASSERT_TRUE(own.wait_for(2));
-    EXPECT_EQ(own.messages()[1]->payload_view(), "after");
     client.reset();
     EXPECT_TRUE(no_thread_left());
 }
