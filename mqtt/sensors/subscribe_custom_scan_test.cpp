@@ -47,13 +47,16 @@ struct process {
 const settings_map both = {{"retain_last_message", "retain"},
                            {"duration_since_last_message", "enable"}};
 
-// Only the newest message since the last scan counts; each type reads as its own kind.
+// Only the newest message since the last scan counts; each type reads as its own kind, and a
+// disabled channel leaves a gap, not an end.
 TEST(subscribe_custom_sensor, evaluates_only_the_newest_message) {
     process p({{"channel2", "enable"},
                {"channel2_jsonpath", "$.t.value"},
                {"channel3", "enable"},
                {"channel3_type", "delta_counter"},
-               {"channel3_jsonpath", "$.energy"}});
+               {"channel3_jsonpath", "$.energy"},
+               {"channel5", "enable"},
+               {"channel5_jsonpath", "$.cycles"}});
     p.host.broker().publish("plant/1", R"({"cycles": 1, "t": {"value": 1.5}, "energy": 10.7,
                                            "state": "first"})");
     p.host.broker().publish("plant/1", R"({"cycles": 2, "t": {"value": 71.25},
@@ -62,7 +65,7 @@ TEST(subscribe_custom_sensor, evaluates_only_the_newest_message) {
     EXPECT_EQ(r.response_code(), scan_response_codes::ok);
     EXPECT_EQ(r.response_message().render(), "second");
     EXPECT_EQ(r.values(), (std::map<int, channel_value>{
-                              {1, std::int64_t{2}}, {2, 71.25}, {3, std::int64_t{20}}}));
+                              {1, std::int64_t{2}}, {2, 71.25}, {3, std::int64_t{20}}, {5, 2.0}}));
 }
 
 // A broker out of reach is an error at every scan: neither an empty result nor a stored one
