@@ -164,7 +164,9 @@ struct round_result {
     long sent = 0;
     side sensor, raw;
     double count_ratio() const {
-        return raw.counted > 0 ? static_cast<double>(sensor.counted) / raw.counted : 0;
+        return raw.counted > 0
+                   ? static_cast<double>(sensor.counted) / static_cast<double>(raw.counted)
+                   : 0;
     }
     double cpu_ratio() const {
         return raw.cpu_per_million() > 0 ? sensor.cpu_per_million() / raw.cpu_per_million() : 0;

@@ -3,7 +3,12 @@
 add_library(project_flags INTERFACE)
 target_compile_features(project_flags INTERFACE cxx_std_20)
 # Designated initializers that leave defaulted members out are intended, not a slip.
-target_compile_options(project_flags INTERFACE -Wall -Wextra -Wno-missing-field-initializers)
+target_compile_options(project_flags INTERFACE -Wall -Wextra -Wno-missing-field-initializers
+  -Wshadow -Wconversion)
+# -Wconversion as GCC means it: clang's also takes in -Wsign-conversion, which GCC keeps apart.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(project_flags INTERFACE -Wno-sign-conversion)
+endif()
 target_include_directories(project_flags INTERFACE ${PROJECT_SOURCE_DIR})
 
 option(MQTT_WERROR "Treat compiler warnings as errors" OFF)

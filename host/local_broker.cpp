@@ -138,6 +138,8 @@ bool local_broker::start(const std::filesystem::path& program) {
     }
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
+    // The probe blocks its termination signals for the watcher thread; a child inheriting that
+    // mask would never stop at SIGTERM.
     sigset_t none;
     sigemptyset(&none);
     posix_spawnattr_setsigmask(&attributes, &none);

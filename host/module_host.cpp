@@ -62,6 +62,7 @@ module_inbox::module_inbox(persistent_data_handler on_persistent_data, log_handl
 void module_inbox::deliver(const void* bytes, std::uint32_t size) {
     wire::ModuleMessage message;
     if (!message.ParseFromArray(bytes, static_cast<int>(size))) return;
+    // Logs and persistent data go to their handlers at once; no call waits for them.
     switch (message.body_case()) {
         case wire::ModuleMessage::kLog:
             if (on_log_) on_log_(message.log());
@@ -180,7 +181,7 @@ int module_session::set_log_threshold(int severity) {
 
 call_outcome<wire::ScanResult> module_session::create_sensor(int id,
                                                              const wire::SettingsBlock& block) {
-    inbox_.discard_scan_results(id);
+    inbox_.discard_scan_results(id);  // an earlier instance's result must not pass for this one's
     const int code = library_->create(id, block);
     // A refused sensor explains itself in an error result.
     return {code, inbox_.take_scan_result(id, std::chrono::milliseconds(0))};

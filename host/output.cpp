@@ -417,6 +417,8 @@ result_printer::result_printer(std::ostream& out, output_format format, const de
     : out_(out), format_(format), doc_(doc), style_(std::move(style)) {}
 
 void result_printer::write(const std::string& text) {
+    // Whole blocks under one lock, so parallel scans never interleave; flushed, so a reader
+    // at the other end of a pipe sees each result as it comes.
     std::lock_guard lock(mutex_);
     out_ << text;
     out_.flush();

@@ -42,9 +42,11 @@ bool reload_requests::wait(std::stop_token stop) {
 
 termination_signals::termination_signals() {
     const sigset_t set = termination_set();
+    // Threads inherit the mask, so every thread started after this one leaves these signals to
+    // the watcher: made before any other thread, it is the only one that takes them.
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     watcher_ = std::thread([this, set] {
-        const timespec poll{0, 100'000'000};
+        const timespec poll{0, 100'000'000};  // bounded, so that quit_ is seen soon
         int received = 0;
         while (!quit_.load()) {
             const int number = sigtimedwait(&set, nullptr, &poll);
@@ -54,6 +56,7 @@ termination_signals::termination_signals() {
                 continue;
             }
             if (++received > 1) {
+                // No destructor runs after _Exit: the last words clean up what must not stay.
                 last_words::speak();
                 std::_Exit(130);
             }

@@ -81,6 +81,7 @@ int InitializeModule(uint64_t host_context, mqtt_module_callback callback) {
 }
 
 int CleanupModule(void) {
+    // Taken out first, so that the module counts as cleaned up even when the teardown throws.
     auto doomed = std::move(adapter);
     try {
         doomed.reset();
@@ -106,6 +107,7 @@ int GetModuleInformationSync(void* buffer, uint32_t* size, bool load_languages) 
     return guarded("GetModuleInformationSync", result_failure, [&] {
         const auto bytes = adapter->get_module_information_as_bytes(load_languages);
         const uint32_t capacity = *size;
+        // The needed size is told even when the buffer is too small: the host asks again.
         *size = static_cast<uint32_t>(bytes.size());
         if (buffer == nullptr) {
             return result_ok;

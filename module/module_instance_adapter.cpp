@@ -72,7 +72,7 @@ std::vector<char> module_instance_adapter::get_module_information_as_bytes(bool 
 int module_instance_adapter::create_sensor_instance(int id, const void* data, std::uint32_t size) {
     traced t(*this, "create_sensor_instance");
     const sensor_data_wrapper settings(data, size);
-    log(trace, settings.to_json());
+    log(trace, settings.to_json());  // secrets and private keys come out masked
     return t.done(module_->dispatcher()->create_sensor_instance(id, settings));
 }
 

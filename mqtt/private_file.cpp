@@ -37,6 +37,8 @@ std::string temp_root() {
 }  // namespace
 
 private_file::private_file(std::string_view content) {
+    // The library reads TLS material by path only. An anonymous memory file keeps a private key
+    // off every disk; its path needs /proc, else a 0700 directory of our own stands in.
     fd_ = ::memfd_create("mqtt-tls", MFD_CLOEXEC);
     if (fd_ >= 0 && ::access("/proc/self/fd", F_OK) == 0) {
         try {

@@ -12,7 +12,7 @@ SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 PKGS=(build-essential cmake pkg-config libpaho-mqtt-dev libhowardhinnant-date-dev
       libprotobuf-dev protobuf-compiler libgtest-dev libgmock-dev libbenchmark-dev
       libcli11-dev libcpp-httplib-dev libsqlite3-dev libyaml-cpp-dev libssl-dev openssl
-      prometheus chromium  # system tests only: promtool, the shard scrape, the status page
+      prometheus chromium  # system tests only: the shard scrape, the status page
       mosquitto mosquitto-clients clang-format)
 # Extra passes ask for their own tools: `setup.sh fuzz` (clang's libFuzzer), `setup.sh soak`.
 for extra in "$@"; do

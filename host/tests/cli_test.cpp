@@ -176,13 +176,22 @@ TEST(cli_test, describe_finds_the_module_beside_the_program_and_speaks_the_asked
           "credentials.user_credentials.password  Password\n      default \"\"; text; secret; "
           "used when credentials.user_credentials.active = yes",
           "statistics.connection_statistics.topic  Topic\n      required, no default; text",
-          "subscribe_custom.connection_subscribe_custom.channel10_scale_factor"}) {
+          // A setting of the expanded channel template, with its dependency.
+          "subscribe_custom.connection_subscribe_custom.channel10_scale_factor  Channel #10 Scale "
+          "Factor\n      default \"1\"; number; used when "
+          "subscribe_custom.connection_subscribe_custom.channel10 =\n      enable"}) {
         EXPECT_NE(o.out.find(part), std::string::npos) << part;
     }
     EXPECT_EQ(json::parse(run({"describe", "--json"}).out)["Revision"].as<int>(), 68);
-    const auto german = run({"describe", "--lang", "German"});
+    // One kind when asked: its own settings and the shared ones, no other kind's.
+    const auto german = run({"describe", "statistics_sensor", "--lang", "German"});
     EXPECT_EQ(german.exit_code, 0) << german.err;
-    EXPECT_NE(german.out.find("statistics_sensor  MQTT-Statistik"), std::string::npos);
+    for (const auto* part :
+         {"statistics_sensor  MQTT-Statistik", "statistics.connection_statistics.topic",
+          "credentials.connection_mqtt.port"})
+        EXPECT_NE(german.out.find(part), std::string::npos) << part;
+    for (const auto* absent : {"roundtrip_sensor", "subscribe_custom", "mqtt_connect_check"})
+        EXPECT_EQ(german.out.find(absent), std::string::npos) << absent;
 }
 
 }  // namespace

@@ -247,14 +247,4 @@ TEST(config_forms_test, texts_follow_the_asked_language_or_the_locale) {
     }
 }
 
-TEST(config_forms_test, describe_shows_one_kind_when_asked) {
-    const auto o = run({"describe", "statistics_sensor", "--lang", "en"});
-    ASSERT_EQ(o.exit_code, 0) << o.err;
-    EXPECT_NE(o.out.find("statistics.connection_statistics.topic"), std::string::npos);
-    EXPECT_NE(o.out.find("credentials.connection_mqtt.port"), std::string::npos);
-    for (const auto* absent :
-         {"roundtrip_sensor", "subscribe_custom", "mqtt_connect_check", "Notification connection"})
-        EXPECT_EQ(o.out.find(absent), std::string::npos) << absent;
-}
-
 }  // namespace

@@ -158,19 +158,6 @@ TEST_F(system_test, counters_show_their_change_across_restarts_and_nothing_after
     }
 }
 
-TEST_F(system_test, a_one_shot_statistics_scan_collects_before_it_counts) {
-    mqtt_peer peer(broker);
-    peer.publish("sys/stats/a", "one", 1, true);
-    peer.publish("sys/stats/b", "two", 1, true);
-    const auto o = probe_test::run(
-        at_broker({"scan", "statistics_sensor", "--set",
-                   "statistics.connection_statistics.topic=sys/stats/#", "--wait", "1", "--json"}));
-    ASSERT_EQ(o.exit_code, 0) << o.err;
-    const auto result = o.json_lines().at(0);
-    EXPECT_EQ(channel(result, "Messages Received")["value"].as<int>(), 2) << o.out;
-    EXPECT_GE(result["collected_s"].as<double>(), 1.0);
-}
-
 TEST_F(system_test, run_keeps_going_past_sensors_that_fail_and_says_when_one_goes_quiet) {
     const auto config = broker_config(R"(sensors:
   - id: 1

@@ -171,6 +171,7 @@ int sensor_dispatcher::send_notification(int id, const settings::sensor_data_wra
     if (!request) {
         return fail(messages::setting_not_available()("notification"), result_notification_failed);
     }
+    // A host may retry a notification that is still being sent: the retry must not send twice.
     {
         std::lock_guard lock(notifications_mutex_);
         if (!notifications_running_.insert(id).second) {

@@ -59,7 +59,7 @@ std::optional<std::int64_t> kind_integer::parse_and_validate(const std::string& 
     if (value.empty()) {
         return std::nullopt;
     }
-    errno = 0;
+    errno = 0;  // strtoll clamps an overflow silently: only errno tells
     char* end = nullptr;
     const long long parsed = std::strtoll(value.c_str(), &end, 10);
     if (end == value.c_str() || *end != '\0' || errno == ERANGE) {

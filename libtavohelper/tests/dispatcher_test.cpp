@@ -168,8 +168,9 @@ TEST_F(sensor_dispatcher, scans_send_values_persistent_data_error_results_and_ba
     wire::SettingsBlock raw;
     raw.set_log_threshold(7);
     const auto encoded = raw.SerializeAsString();
-    ASSERT_EQ(d.execute_meta_scan(0, th::protocol::selector_log_threshold,
-                                  sensor_data_wrapper(encoded.data(), encoded.size())),
+    ASSERT_EQ(d.execute_meta_scan(
+                  0, th::protocol::selector_log_threshold,
+                  sensor_data_wrapper(encoded.data(), static_cast<unsigned>(encoded.size()))),
               0);
     for (int i = 0; i < 3; ++i) ASSERT_EQ(d.execute_sensor_scan(4), 0);
     d.destroy_sensor_instance(4);

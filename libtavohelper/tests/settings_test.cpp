@@ -6,6 +6,7 @@
 #include "libtavohelper/settings/kinds.h"
 #include "libtavohelper/settings/sensor_data_wrapper.h"
 #include "tavo.pb.h"
+#include "tests/support/expectations.h"
 
 namespace th = corvanis::monitoring_modules::libtavohelper;
 using th::settings::kind_float;
@@ -14,19 +15,9 @@ using th::settings::kind_securestring;
 using th::settings::kind_string;
 using th::settings::sensor_data_wrapper;
 namespace errors = th::utils::exceptions;
+using corvanis::monitoring_modules::test_support::failure_of;
 
 namespace {
-
-// "key: English text" of the setting error that `f` raised, or "accepted".
-template <class F>
-std::string refusal(F&& f) {
-    try {
-        f();
-    } catch (const errors::setting_error& e) {
-        return e.message().key() + ": " + e.what();
-    }
-    return "accepted";
-}
 
 TEST(setting_kinds, values_and_refusals_of_each_kind) {
     const kind_integer::validation_rules port{.minimum = 1, .maximum = 65535};
@@ -41,10 +32,10 @@ TEST(setting_kinds, values_and_refusals_of_each_kind) {
     EXPECT_EQ(kind_securestring::parse_and_validate("s3cret").plain(), "s3cret");
 
     const auto integer = [&](std::string t) {
-        return refusal([&] { kind_integer::parse_and_validate(t, port); });
+        return failure_of([&] { kind_integer::parse_and_validate(t, port); });
     };
     const auto floating = [](std::string t) {
-        return refusal([&] { kind_float::parse_and_validate(t); });
+        return failure_of([&] { kind_float::parse_and_validate(t); });
     };
     const std::string invalid = "libtavohelper.error.setting_invalid: Setting value ";
     const std::pair<std::string, std::string> rows[] = {
@@ -59,16 +50,16 @@ TEST(setting_kinds, values_and_refusals_of_each_kind) {
          invalid + "99999999999999999999 is invalid. Expected a whole number."},
         {floating("nan"), invalid + "nan is invalid. Expected a number."},
         {floating("1,5"), invalid + "1,5 is invalid. Expected a number."},
-        {refusal([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
+        {failure_of([&] { kind_string::parse_and_validate(std::string(33, 'x'), name); }),
          "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer "
          "than the maximum allowed length of 32."},
         // 32 characters in 36 bytes: a limit counts what the user typed.
-        {refusal([&] {
+        {failure_of([&] {
              kind_string::parse_and_validate(
                  "\xC2\xB5g/m\xC2\xB3 (Feinstaub PM2,5 \xE2\x80\x93 Mittel)", name);
          }),
          "accepted"},
-        {refusal([&] {
+        {failure_of([&] {
              kind_string::parse_and_validate(
                  "\xC2\xB5g/m\xC2\xB3 (Feinstaub PM2,5 \xE2\x80\x93 Mittel)!", name);
          }),
@@ -141,10 +132,10 @@ TEST(sensor_data_wrapper, decodes_what_a_host_encodes_and_finds_secrets_in_both_
     EXPECT_EQ(data.kind(), "subscribe_custom_sensor");
     EXPECT_EQ(data.get_secure_value("tls.client_key_password").plain(), "k3y");
     EXPECT_EQ(data.get_secure_value("user_credentials.password").plain(), "plain");
-    EXPECT_EQ(refusal([&] { data.get_value("tls.client_key_password"); }),
+    EXPECT_EQ(failure_of([&] { data.get_value("tls.client_key_password"); }),
               "libtavohelper.error.setting_not_available: The setting \"tls.client_key_password\" "
               "was not available.");
-    EXPECT_EQ(refusal([&] { data.get_secure_value("port"); }).substr(0, 41),
+    EXPECT_EQ(failure_of([&] { data.get_secure_value("port"); }).substr(0, 41),
               "libtavohelper.error.setting_not_available");
     EXPECT_EQ(data.get_channels(), std::set<int>{3});
     ASSERT_TRUE(data.get_notification_request());

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
 #include <regex>
 #include <set>
 
@@ -52,13 +51,6 @@ std::vector<std::string> placeholders_of(const std::string& text) {
     return out;
 }
 
-TEST(description_document, parses_with_its_top_level_keys_in_order) {
-    EXPECT_EQ(names(document()),
-              (std::vector<std::string>{"Revision", "MetaData", "Sensors", "Checks", "Sections",
-                                        "Groups", "Lookups", "Text"}));
-    EXPECT_EQ(document().at("MetaData").at("Version").as<std::string>(), "1.16.0.20981");
-}
-
 TEST(description_document, sensors_require_the_connect_check_and_one_needs_persistent_data) {
     const auto& sensors = document().at("Sensors");
     ASSERT_EQ(names(sensors), (std::vector<std::string>{"roundtrip_sensor", "statistics_sensor",
@@ -73,53 +65,6 @@ TEST(description_document, sensors_require_the_connect_check_and_one_needs_persi
               ojson::parse(R"(["SensorFlagNeedsPersistentData"])"));
     EXPECT_EQ(document().at("Checks").at("mqtt_connect_check").at("Sections"),
               ojson::parse(R"(["credentials"])"));
-}
-
-// The item of `group` that defines `setting`, with its wrapper if it has one.
-std::optional<ojson> find_item(const std::string& group, const std::string& setting) {
-    for (const auto& item : document().at("Groups").at(group).at("Items").array_range()) {
-        const auto& s = item.contains("Setting") ? item.at("Setting") : item;
-        if (s.at("Name").as<std::string>() == setting) return item;
-    }
-    return std::nullopt;
-}
-
-TEST(settings_form, settings_show_their_english_texts_defaults_and_conditions) {
-    struct row {
-        std::string group, setting, display, depends_on, condition;
-        std::string default_value;
-        std::vector<std::string> options;
-    };
-    // clang-format off
-    const std::vector<row> rows = {
-        {"tls", "active", "Transport-Level Security", "", "", "no",
-         {"Do not use transport-level security (default)", "Use transport-level security"}},
-        {"connection_subscribe_custom", "channel1_name", "Channel #1 Name", "", "", "", {}},
-        {"connection_subscribe_custom", "channel7_type", "Channel #7 Value Type", "channel7", "enable",
-         "absolute_float", {"Absolute (integer)", "Absolute (float)", "Delta (counter)"}},
-        {"connection_subscribe_custom", "channel10_scale_factor", "Channel #10 Scale Factor",
-         "channel10", "enable", "1", {}},
-    };
-    // clang-format on
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.group + "." + r.setting);
-        const auto item = find_item(r.group, r.setting);
-        ASSERT_TRUE(item);
-        const auto& s = item->contains("Setting") ? item->at("Setting") : *item;
-        const std::string prefix = r.group + "." + r.setting + ".";
-        EXPECT_EQ(s.at("Display").as<std::string>(), r.display);
-        EXPECT_EQ(english(prefix + "display"), r.display);
-        EXPECT_EQ(s.at("Help").as<std::string>(), english(prefix + "help"));
-        EXPECT_EQ(item->get_value_or<std::string>("DependsOn", ""), r.depends_on);
-        EXPECT_EQ(item->get_value_or<std::string>("Condition", ""), r.condition);
-        ASSERT_TRUE(s.contains("Default"));
-        EXPECT_EQ(s.at("Default").as<std::string>(), r.default_value);
-        std::vector<std::string> options;
-        if (s.contains("Selection"))
-            for (const auto& o : s.at("Selection").at("Options").array_range())
-                options.push_back(o.at("Display").as<std::string>());
-        EXPECT_EQ(options, r.options);
-    }
 }
 
 TEST(text_section, nine_languages_lack_exactly_the_english_only_keys) {

@@ -19,11 +19,12 @@ struct notification : ::testing::Test {
     mqtt::testing::recording_host host;
     std::shared_ptr<liblog::memory_logger> log = std::make_shared<liblog::memory_logger>();
     mqtt::testing::settings_map settings = mqtt::testing::sample_settings("mqtt_notification");
+    std::string target = "alerts/disk";
 
     void send() {
         mqtt::sensors::mqtt_notification(host.container())
             .send_notification(
-                {"alerts/disk", "disk full on srv1", 9},
+                {target, "disk full on srv1", 9},
                 libtavohelper::settings::sensor_data_wrapper("mqtt_notification", settings), log);
     }
     std::vector<std::string> texts() const { return mqtt::testing::texts(*log); }
@@ -50,6 +51,7 @@ TEST_F(notification, publishes_the_text_on_the_target_with_the_request_timeout) 
     EXPECT_EQ(std::count(t.begin(), t.end(), "MQTT Client - module-test-notifier: Connected"), 0);
 }
 
+// A target no broker would take is refused before connecting: it would cost the connection.
 TEST_F(notification, a_failure_is_logged_and_rethrown_to_the_host) {
     struct row {
         const char* name;
@@ -57,6 +59,9 @@ TEST_F(notification, a_failure_is_logged_and_rethrown_to_the_host) {
         std::string key;
     };
     const std::vector<row> rows = {
+        {"wildcard target", [](notification& n) { n.target = "alerts/#"; },
+         "error.publish_topic_wildcard"},
+        {"empty target", [](notification& n) { n.target = ""; }, "error.publish_topic_empty"},
         {"refused",
          [](notification& n) {
              n.host.broker().fail_next(
@@ -81,8 +86,13 @@ TEST_F(notification, a_failure_is_logged_and_rethrown_to_the_host) {
     for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
         log->clear();
+        target = "alerts/disk";
         r.fault(*this);
+        const auto connects = host.broker().history().connects.size();
         EXPECT_THROW_KEY(send(), r.key);
+        if (target != "alerts/disk") {
+            EXPECT_EQ(host.broker().history().connects.size(), connects);
+        }
         EXPECT_TRUE(texts().back().starts_with("send_notification failed: ")) << texts().back();
         EXPECT_EQ(host.broker().history().live_clients, 0u);
     }

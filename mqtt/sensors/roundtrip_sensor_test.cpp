@@ -5,6 +5,7 @@
 #include "mqtt/exceptions.h"
 #include "mqtt/settings/testing/sample_settings.h"
 #include "mqtt/testing/recording_host.h"
+#include "tests/support/expectations.h"
 
 namespace {
 
@@ -128,6 +129,17 @@ TEST(roundtrip, the_state_tells_which_stage_failed) {
                   r.state == roundtrip_state::message_not_received);
         EXPECT_EQ(host.broker().history().live_clients, 0u);
     }
+}
+
+TEST(roundtrip, a_topic_with_wildcards_is_refused_at_creation) {
+    mqtt::testing::recording_host host;
+    auto settings = sample_settings("roundtrip_sensor");
+    settings["roundtrip.connection_roundtrip.topic"] = "rt/+/x";
+    EXPECT_THROW_KEY(
+        mqtt::sensors::roundtrip_sensor(
+            1, libtavohelper::settings::sensor_data_wrapper("roundtrip_sensor", settings),
+            host.container()),
+        "error.publish_topic_wildcard");
 }
 
 }  // namespace

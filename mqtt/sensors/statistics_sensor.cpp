@@ -21,6 +21,8 @@ statistics_sensor::statistics_sensor(int id, const tavo::settings::sensor_data_w
 
     client_ =
         acquire_client(*this->container(), settings::to_client_settings(settings()), logger());
+    // The handler holds the counters, not the sensor: the library's thread may still deliver
+    // while the sensor is being destroyed.
     subscription_ = std::make_shared<topic_subscription>(
         settings().topic, quality_of_service::exactly_once,
         [counters = counters_, log = logger()](std::shared_ptr<const received_message> message) {
@@ -45,7 +47,9 @@ statistics_sensor::~statistics_sensor() {
 }
 
 tavo::responses::sensor_scan_result statistics_sensor::work() {
-    client_->throw_if_disconnected();
+    client_->throw_if_disconnected();  // a failed scan leaves the counts for the next one
+    // Each count is taken and reset on its own; a message arriving between them may show in
+    // one count now and in the others at the next scan, but is never lost.
     const auto messages = counters_->messages.exchange(0);
     const auto bytes = counters_->bytes.exchange(0);
     std::size_t topics = 0;

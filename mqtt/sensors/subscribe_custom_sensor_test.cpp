@@ -1,5 +1,5 @@
-// Channel evaluation on parsed payloads; the sensor around it is tested through the
-// module's exports (subscribe_custom_e2e_test.cpp).
+// Channel evaluation on parsed payloads; the sensor around it is tested with a fake broker
+// (subscribe_custom_scan_test.cpp) and through tavo-probe against a real one.
 #include "mqtt/sensors/subscribe_custom_sensor.h"
 
 #include <gtest/gtest.h>

@@ -8,12 +8,14 @@
 #include "mqtt/settings/connection_settings.h"
 #include "mqtt/settings/subscribe_custom_settings.h"
 #include "mqtt/settings/testing/sample_settings.h"
+#include "tests/support/expectations.h"
 
 namespace s = corvanis::monitoring_modules::mqtt::settings;
 namespace lg = corvanis::monitoring_modules::liblog;
 using corvanis::monitoring_modules::mqtt::testing::sample_settings;
 using corvanis::monitoring_modules::mqtt::testing::settings_map;
 using corvanis::monitoring_modules::mqtt::testing::with;
+using corvanis::monitoring_modules::test_support::failure_of;
 using s::sensor_data_wrapper;
 
 namespace {
@@ -24,9 +26,6 @@ settings_map common() {
                  {"credentials.user_credentials.user", "alice"},
                  {"credentials.user_credentials.password", "pw"}});
 }
-settings_map roundtrip() {
-    return with(sample_settings("roundtrip_sensor"), common());
-}
 settings_map subscribe_custom() {
     const std::string p = "subscribe_custom.connection_subscribe_custom.";
     return with(sample_settings("subscribe_custom_sensor"),
@@ -35,18 +34,6 @@ settings_map subscribe_custom() {
 settings_map notification() {
     return with(sample_settings("mqtt_notification"),
                 {{"connection.host", "broker"}, {"connection.client_id", "notifier"}});
-}
-
-// "ok", or the failing message's key and English text.
-std::string outcome(const std::function<void()>& f) {
-    try {
-        f();
-        return "ok";
-    } catch (const corvanis::monitoring_modules::libi18n::i18n_exception& e) {
-        return e.message().key() + ": " + e.what();
-    } catch (const std::exception& e) {
-        return std::string("std: ") + e.what();
-    }
 }
 
 template <class Record>
@@ -63,22 +50,12 @@ TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
     const row rows[] = {
         {read<s::statistics_sensor>(
              with(common(), {{"statistics.connection_statistics.topic", "a/#"}})),
-         "ok"},
+         "accepted"},
         {read<s::mqtt_connect_check>(
              with(common(), {{"credentials.user_credentials.active", "YES"}})),
          selection + "Value \"YES\" could not be parsed into selection type \"active\"."},
         {read<s::mqtt_connect_check>(with(common(), {{"credentials.tls.server_auth_active", ""}})),
          selection + "Value \"\" could not be parsed into selection type \"server_auth_active\"."},
-        {read<s::mqtt_connect_check>(
-             with(common(), {{"credentials.tls.client_auth_active", "Yes"}})),
-         selection +
-             "Value \"Yes\" could not be parsed into selection type \"client_auth_active\"."},
-        {read<s::roundtrip_sensor>(
-             with(roundtrip(), {{"roundtrip.connection_roundtrip.use_custom_settings", "y"}})),
-         selection +
-             "Value \"y\" could not be parsed into selection type \"use_custom_settings\"."},
-        {read<s::mqtt_connect_check>(with(common(), {{"ipversion", "ipv4"}})),
-         selection + "Value \"ipv4\" could not be parsed into selection type \"ipversion\"."},
         {read<s::mqtt_connect_check>(with(common(), {{"credentials.connection_mqtt.port", "0"}})),
          "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
          "value of 1."},
@@ -89,8 +66,8 @@ TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
          "65535."},
         {read<s::mqtt_connect_check>(
              with(common(), {{"credentials.connection_mqtt.port", "65535"}})),
-         "ok"},
-        {read<s::mqtt_notification>(with(notification(), {{"connection.port", "0"}})), "ok"},
+         "accepted"},
+        {read<s::mqtt_notification>(with(notification(), {{"connection.port", "0"}})), "accepted"},
         {read<s::mqtt_notification>(with(notification(), {{"connection.port", "65536"}})),
          "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
          "allowed value of "
@@ -107,7 +84,7 @@ TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         SCOPED_TRACE(i);
-        EXPECT_EQ(outcome(rows[i].read), rows[i].expected);
+        EXPECT_EQ(failure_of(rows[i].read), rows[i].expected);
     }
 }
 
@@ -134,13 +111,13 @@ TEST(settings_conversion, credentials_and_tls_consistency) {
     EXPECT_FALSE(off.tls.use_tls);
 
     const settings_map tls_on = with(common(), {{"credentials.tls.active", "yes"}});
-    EXPECT_EQ(outcome([&] {
+    EXPECT_EQ(failure_of([&] {
                   convert(with(tls_on, {{"credentials.tls.server_auth_active", "yes"}}));
               }),
               "error.server_authentication_activated_but_ca_is_empty: Server Authentification is "
               "activated, but CA "
               "certificate is empty.");
-    EXPECT_EQ(outcome([&] {
+    EXPECT_EQ(failure_of([&] {
                   convert(with(tls_on, {{"credentials.tls.client_auth_active", "yes"}}));
               }),
               "error.client_authentication_activated_but_certificate_is_empty: Client "
@@ -186,11 +163,11 @@ TEST(settings_conversion, timeouts_are_workable_waits_or_refused) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.setting);
         std::string got;
-        const auto result = outcome([&] {
+        const auto result = failure_of([&] {
             got = std::to_string(
                 convert(with(common(), {{"timeout", row.setting}})).connection.connect_timeout);
         });
-        EXPECT_EQ(result == "ok" ? got : result, row.expected);
+        EXPECT_EQ(result == "accepted" ? got : result, row.expected);
     }
     const s::mqtt_notification n(sensor_data_wrapper("x", notification()));
     for (const auto& [requested, used] : {std::pair<std::uint64_t, std::uint64_t>{0, 1},
@@ -210,15 +187,11 @@ TEST(settings_conversion, notification_uses_its_own_connection_group) {
     EXPECT_FALSE(c.session.automatic_reconnect);
 }
 
-TEST(settings_expansion, sensorid_is_replaced_everywhere_and_logged) {
+TEST(settings_expansion, sensorid_is_replaced_everywhere) {
     lg::memory_logger log;
     EXPECT_EQ(s::expand_sensorid("KESH/roundtrip/%sensorid", 1234, log), "KESH/roundtrip/1234");
     EXPECT_EQ(s::expand_sensorid("%sensorid-%sensorid", 7, log), "7-7");
     EXPECT_EQ(s::expand_sensorid("plain/topic", 7, log), "plain/topic");
-    const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 6u);
-    EXPECT_EQ(lines[0].second, "Expanding string: KESH/roundtrip/%sensorid");
-    EXPECT_EQ(lines[1].second, "Expanded string: KESH/roundtrip/1234");
 }
 
 TEST(subscribe_custom_settings, channels_and_options) {
@@ -255,7 +228,7 @@ TEST(subscribe_custom_settings, channels_and_options) {
                      "\"duration_since_last_message\"."},
         {{{p + "retain_last_message", ""}},
          selection + "Value \"\" could not be parsed into selection type \"retain_last_message\"."},
-        {{{p + "channel1_name", std::string(32, 'n')}}, "ok"},
+        {{{p + "channel1_name", std::string(32, 'n')}}, "accepted"},
         {{{p + "channel1_name", std::string(33, 'n')}},
          "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
          "the maximum "
@@ -265,7 +238,7 @@ TEST(subscribe_custom_settings, channels_and_options) {
          "the maximum "
          "allowed length of 32."},
         {{{p + "channel1_scale_factor", ""}}, "std: bad optional access"},
-        {{{p + "channel1_jsonpath", "$['" + std::string(2043, 'k') + "']"}}, "ok"},
+        {{{p + "channel1_jsonpath", "$['" + std::string(2043, 'k') + "']"}}, "accepted"},
         {{{p + "channel7_jsonpath", "$." + std::string(2047, 'k')}},
          "libtavohelper.error.string_too_long: channel7_jsonpath's value with length 2049 is "
          "longer than the maximum allowed length of 2048."},
@@ -275,7 +248,7 @@ TEST(subscribe_custom_settings, channels_and_options) {
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.changes.begin()->first);
-        EXPECT_EQ(outcome(read<s::subscribe_custom_sensor>(with(subscribe_custom(), r.changes))),
+        EXPECT_EQ(failure_of(read<s::subscribe_custom_sensor>(with(subscribe_custom(), r.changes))),
                   r.expected);
     }
 }

@@ -39,9 +39,10 @@ struct fake_broker::state {
         {
             std::lock_guard lock(mutex);
             if (const auto d = behave.delays.find(op); d != behave.delays.end()) delay = d->second;
-            const auto f = std::find_if(failures.begin(), failures.end(), [&](const failure& f) {
-                return f.op == op && client_id.starts_with(f.prefix);
-            });
+            const auto f =
+                std::find_if(failures.begin(), failures.end(), [&](const failure& queued) {
+                    return queued.op == op && client_id.starts_with(queued.prefix);
+                });
             if (f != failures.end()) {
                 error = f->error;
                 failures.erase(f);

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <exception>
+#include <string>
+
 #include "libi18n/i18n_exception.h"
 #include "tests/support/process.h"
 
@@ -19,3 +22,21 @@
             ADD_FAILURE() << "not localised: " << e_.what();                          \
         }                                                                             \
     } while (false)
+
+namespace corvanis::monitoring_modules::test_support {
+
+// "key: English text" of the localised failure the call raised, "std: what()" of any other
+// exception, or "accepted": one string a table row can hold.
+template <class Call>
+std::string failure_of(Call&& call) {
+    try {
+        call();
+    } catch (const libi18n::i18n_exception& e) {
+        return e.message().key() + ": " + e.what();
+    } catch (const std::exception& e) {
+        return std::string("std: ") + e.what();
+    }
+    return "accepted";
+}
+
+}  // namespace corvanis::monitoring_modules::test_support

@@ -40,10 +40,10 @@ std::string to_json(const entries& source) {
     return out.to_string();
 }
 
-std::string build(const entries& english, const entries& german, error_list& errors) {
+std::string build(const entries& en, const entries& de, error_list& errors) {
     build_input input{skeleton, {}, {"English", "German"}, {}, 8};
-    input.catalogues.push_back(parse_catalogue("English", to_json(english), errors));
-    input.catalogues.push_back(parse_catalogue("German", to_json(german), errors));
+    input.catalogues.push_back(parse_catalogue("English", to_json(en), errors));
+    input.catalogues.push_back(parse_catalogue("German", to_json(de), errors));
     const auto document = build_document(input, errors);
     EXPECT_EQ(document.empty(), !errors.empty());
     return document;

@@ -2,9 +2,6 @@
 // An in-process host for end-to-end tests: loads the built module through the shared loader
 // and keeps every message it sends, in arrival order.
 
-#include <chrono>
-#include <condition_variable>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -37,31 +34,15 @@ class module_host {
     int create(int id, const wire::SettingsBlock& block);
     int scan(int id);
     int destroy(int id);
-    int check(int id, const wire::SettingsBlock& block);
-    int meta_scan(int id, unsigned selector, const wire::SettingsBlock& block);
-    void set_log_threshold(int threshold);
 
-    // Messages received so far, in arrival order.
-    std::vector<wire::ModuleMessage> messages();
-    std::vector<wire::ScanResult> scan_results(int sensor_id);
     // The newest scan result of the sensor; fails the test when there is none.
     wire::ScanResult last_scan_result(int sensor_id);
-    std::vector<wire::CheckResult> check_results();
-    std::vector<wire::NotificationResponse> notification_responses();
-    std::map<std::string, std::string> persisted(int sensor_id);  // newest value per key
-    std::vector<std::string> log_texts();
-    void clear();
-    // Waits until pred holds for the messages received so far, or the timeout passes.
-    bool wait_for(const std::function<bool(const std::vector<wire::ModuleMessage>&)>& pred,
-                  std::chrono::milliseconds timeout);
 
   private:
     void receive(const void* bytes, std::uint32_t size);
 
     std::mutex mutex_;
-    std::condition_variable arrived_;
     std::vector<wire::ModuleMessage> messages_;  // guarded by mutex_
-    std::size_t arrivals_ = 0;                   // guarded by mutex_; survives clear()
     // Last, so that the module is cleaned up before the messages it may still send go away.
     std::unique_ptr<corvanis::monitoring_modules::modulehost::module_library> library_;
 };

@@ -1,4 +1,5 @@
-// The sensor's last result and message time, kept by the host across restarts.
+// The sensor with the messages it receives: which one it evaluates, what a lost broker does to
+// a scan, and the last result and message time the host keeps across restarts.
 #include <gtest/gtest.h>
 
 #include "libjsonparser/jsonpath_parser.h"
@@ -9,6 +10,7 @@
 namespace {
 
 using namespace corvanis::monitoring_modules;
+using libtavohelper::responses::channel_value;
 using libtavohelper::responses::scan_response_codes;
 using mqtt::testing::settings_map;
 using result_type = libtavohelper::responses::sensor_scan_result;
@@ -44,6 +46,47 @@ struct process {
 
 const settings_map both = {{"retain_last_message", "retain"},
                            {"duration_since_last_message", "enable"}};
+
+// Only the newest message since the last scan counts; each type reads as its own kind, and a
+// disabled channel leaves a gap, not an end.
+TEST(subscribe_custom_sensor, evaluates_only_the_newest_message) {
+    process p({{"channel2", "enable"},
+               {"channel2_jsonpath", "$.t.value"},
+               {"channel3", "enable"},
+               {"channel3_type", "delta_counter"},
+               {"channel3_jsonpath", "$.energy"},
+               {"channel5", "enable"},
+               {"channel5_jsonpath", "$.cycles"}});
+    p.host.broker().publish("plant/1", R"({"cycles": 1, "t": {"value": 1.5}, "energy": 10.7,
+                                           "state": "first"})");
+    p.host.broker().publish("plant/1", R"({"cycles": 2, "t": {"value": 71.25},
+                                           "energy": "20.9 kWh", "state": "second"})");
+    const auto r = p.scan();
+    EXPECT_EQ(r.response_code(), scan_response_codes::ok);
+    EXPECT_EQ(r.response_message().render(), "second");
+    EXPECT_EQ(r.values(), (std::map<int, channel_value>{
+                              {1, std::int64_t{2}}, {2, 71.25}, {3, std::int64_t{20}}, {5, 2.0}}));
+}
+
+// A broker out of reach is an error at every scan: neither an empty result nor a stored one
+// may pass for news.
+TEST(subscribe_custom_sensor, a_broker_out_of_reach_is_an_error_at_every_scan) {
+    for (const bool had_result : {true, false}) {
+        SCOPED_TRACE(had_result ? "after a stored result" : "never reached");
+        process p(both);
+        if (had_result) {
+            p.host.broker().publish("plant/1", R"({"cycles": 9, "state": "kept"})");
+            ASSERT_EQ(p.scan().response_code(), scan_response_codes::ok);
+        }
+        p.host.broker().configure([](auto& b) { b.connected = false; });
+        for (int round = 0; round < 2; ++round) {
+            const auto r = p.scan();
+            EXPECT_EQ(r.response_code(), scan_response_codes::error);
+            EXPECT_EQ(r.response_message().key(), "error.connection_lost");
+            EXPECT_TRUE(r.values().empty());
+        }
+    }
+}
 
 TEST(subscribe_custom_persistence, the_last_good_result_and_its_time_survive_a_restart) {
     process first(both);
