@@ -44,7 +44,9 @@ std::vector<const libi18n::i18n_msg*> all() {
             &subscription_refused(),
             &connection_refused_at(),
             &connection_failed_at(),
-            &tls_expected_at()};
+            &tls_expected_at(),
+            &login_refused_at(),
+            &connection_rejected_at()};
 }
 }  // namespace messages
 

@@ -66,6 +66,9 @@ MQTT_MSG(connection_refused_at, "The connection to %0:s was refused: nothing lis
 MQTT_MSG(connection_failed_at, "The connection to %0:s failed: %1:s")
 MQTT_MSG(tls_expected_at,
          "%0:s closed the connection: the port expects TLS, which is off in the settings.")
+MQTT_MSG(login_refused_at,
+         "The broker at %0:s refused the login. Check the user name and password in the settings.")
+MQTT_MSG(connection_rejected_at, "The broker at %0:s rejected the connection: %1:s")
 #undef MQTT_MSG
 
 // Every definition above, for catalogue checks. client_failure carries the library's own

@@ -24,6 +24,12 @@ namespace {
 
 std::atomic<std::uint32_t> live_clients{0};
 
+// A broker's refusal, kept as its type (callers tell refusals apart by it) with the address.
+template <class Refusal>
+std::function<std::exception_ptr()> refused(libi18n::i18n_msg message) {
+    return [message = std::move(message)] { return std::make_exception_ptr(Refusal(message)); };
+}
+
 int clamp_to_int(std::uint64_t value) {
     return static_cast<int>(std::min<std::uint64_t>(value, INT_MAX));
 }
@@ -359,6 +365,19 @@ mqtt_client_paho::failure_maker mqtt_client_paho::explain_failure(
                 exceptions::tcp_connection_timeout(messages::no_answer_at()(address, seconds)));
         };
     } catch (const exceptions::tcp_tls_connect_failure&) {
+    } catch (const exceptions::bad_username_or_password&) {
+        return refused<exceptions::bad_username_or_password>(messages::login_refused_at()(address));
+    } catch (const exceptions::not_authorized&) {
+        return refused<exceptions::not_authorized>(messages::login_refused_at()(address));
+    } catch (const exceptions::unacceptable_protocol_version& e) {
+        return refused<exceptions::unacceptable_protocol_version>(
+            messages::connection_rejected_at()(address, e.what()));
+    } catch (const exceptions::identifier_rejected& e) {
+        return refused<exceptions::identifier_rejected>(
+            messages::connection_rejected_at()(address, e.what()));
+    } catch (const exceptions::server_unavailable& e) {
+        return refused<exceptions::server_unavailable>(
+            messages::connection_rejected_at()(address, e.what()));
     } catch (const exceptions::client_failure& e) {
         if (typeid(e) != typeid(exceptions::client_failure)) return failure;  // a refusal
     } catch (...) {
