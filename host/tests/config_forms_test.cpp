@@ -3,7 +3,6 @@
 // connects, by setting and reason, without its text; texts follow the asked language.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <jsoncons/json.hpp>
 
 #include "host/tests/probe_process.h"
@@ -11,34 +10,11 @@
 
 namespace {
 
+using probe_test::environment_variable;
 using probe_test::run;
 using probe_test::settings_seen;
 using strings = std::vector<std::string>;
 namespace support = corvanis::monitoring_modules::test_support;
-
-// Sets an environment variable for the children started while it lives.
-class environment_variable {
-  public:
-    environment_variable(const char* name, const char* value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        if (value != nullptr) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~environment_variable() {
-        if (old_) {
-            setenv(name_, old_->c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
-
-  private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
 
 // A roundtrip sensor whose settings block is `settings`, indented as YAML under settings:.
 std::string one_sensor(const std::string& settings) {

@@ -12,8 +12,9 @@
 namespace corvanis::monitoring_modules::host {
 namespace {
 
-// The layers themselves are proven end to end in cli_test; here, values as YAML writes them.
-TEST(config_test, keeps_values_as_written) {
+// The layers themselves are proven end to end in cli_test; here, values as YAML writes them,
+// and what belongs to one sensor only.
+TEST(config_test, keeps_values_as_written_and_each_sensors_own) {
     const auto config = parse_config(R"(
 defaults:
   credentials.user_credentials.active: yes
@@ -23,6 +24,11 @@ sensors:
   - id: 3
     kind: subscribe_custom_sensor
     interval: 10
+    name: Boiler
+    stale_after: 90
+    limits:
+      Temperature: {warning_max: 80, error_max: 95.5}
+      Pressure: {error_min: -1e-3}
     settings:
       subscribe_custom.connection_subscribe_custom.message_path:
       credentials.tls.ca_certificate: |
@@ -34,15 +40,27 @@ sensors:
     EXPECT_EQ(config.defaults,
               (std::vector<setting_pair>{{"credentials.user_credentials.active", "yes"}}));
     ASSERT_EQ(config.sensors.size(), 2u);
-    EXPECT_TRUE(config.sensors[0].settings.empty());
-    EXPECT_EQ(config.sensors[1].kind, "subscribe_custom_sensor");
-    EXPECT_EQ(config.sensors[1].settings,
+    const auto& plain = config.sensors[0];
+    EXPECT_TRUE(plain.settings.empty() && plain.name.empty() && plain.limits.empty() &&
+                !plain.stale_after);
+    const auto& boiler = config.sensors[1];
+    EXPECT_EQ(boiler.kind, "subscribe_custom_sensor");
+    EXPECT_EQ(boiler.name, "Boiler");
+    EXPECT_EQ(boiler.location, "plant.yaml:7");
+    EXPECT_EQ(boiler.stale_after, std::chrono::seconds(90));
+    ASSERT_EQ(boiler.limits.size(), 2u);
+    const auto& temperature = boiler.limits.at("Temperature");
+    EXPECT_EQ(temperature.warning_max, 80.0);
+    EXPECT_EQ(temperature.error_max, 95.5);
+    EXPECT_FALSE(temperature.warning_min || temperature.error_min);
+    EXPECT_EQ(boiler.limits.at("Pressure").error_min, -0.001);
+    EXPECT_EQ(boiler.settings,
               (std::vector<setting_pair>{
                   {"interval", "10"},
                   {"subscribe_custom.connection_subscribe_custom.message_path", ""},
                   {"credentials.tls.ca_certificate",
                    "-----BEGIN CERTIFICATE-----\nMIIB\n-----END CERTIFICATE-----\n"}}));
-    EXPECT_EQ(config.find_sensor(3), &config.sensors[1]);
+    EXPECT_EQ(config.find_sensor(3), &boiler);
     EXPECT_EQ(config.find_sensor(2), nullptr);
 }
 
@@ -163,34 +181,6 @@ TEST(config_test, setting_files_lose_one_line_end_only_when_they_hold_one_line) 
         EXPECT_EQ(read_setting_file(path.string()), c.value);
     }
     std::filesystem::remove(path);
-}
-
-TEST(config_test, names_limits_and_staleness_belong_to_their_sensor) {
-    const auto config = parse_config(R"(
-sensors:
-  - id: 1
-    kind: subscribe_custom_sensor
-    name: Boiler
-    stale_after: 90
-    limits:
-      Temperature: {warning_max: 80, error_max: 95.5}
-      Pressure: {error_min: -1e-3}
-  - id: 2
-    kind: roundtrip_sensor
-)",
-                                     "c.yaml");
-    const auto& boiler = config.sensors.at(0);
-    EXPECT_EQ(boiler.name, "Boiler");
-    EXPECT_EQ(boiler.location, "c.yaml:3");
-    EXPECT_EQ(boiler.stale_after, std::chrono::seconds(90));
-    ASSERT_EQ(boiler.limits.size(), 2u);
-    const auto& temperature = boiler.limits.at("Temperature");
-    EXPECT_EQ(temperature.warning_max, 80.0);
-    EXPECT_EQ(temperature.error_max, 95.5);
-    EXPECT_FALSE(temperature.warning_min || temperature.error_min);
-    EXPECT_EQ(boiler.limits.at("Pressure").error_min, -0.001);
-    const auto& other = config.sensors.at(1);
-    EXPECT_TRUE(other.name.empty() && other.limits.empty() && !other.stale_after);
 }
 
 }  // namespace

@@ -22,21 +22,22 @@ void add_channel(wire::ScanResult& r, int id, const std::string& name, const std
     d->set_lookup(lookup);
 }
 
+wire::ChannelValue* add_value(wire::ScanResult& r, int id) {
+    auto* v = r.add_values();
+    v->set_id(id);
+    return v;
+}
+
 wire::ScanResult sample_result() {
     wire::ScanResult r;
     r.set_sensor_id(4);
     add_channel(r, 2, "Parity", "", 1, "parity");
     add_channel(r, 0, "Temp \"inside\"", "°C", 1, "");
     add_channel(r, 1, "Scaled", "kB", 0.5, "");
-    const auto value = [&](int id) {
-        auto* v = r.add_values();
-        v->set_id(id);
-        return v;
-    };
-    value(2)->set_integer(1);
-    value(0)->set_float_(21.125);
-    value(1)->set_integer(3);
-    value(9)->set_integer(-5);  // a value without a definition
+    add_value(r, 2)->set_integer(1);
+    add_value(r, 0)->set_float_(21.125);
+    add_value(r, 1)->set_integer(3);
+    add_value(r, 9)->set_integer(-5);  // a value without a definition
     r.mutable_message()->set_text("line one\nline\ttwo");
     return r;
 }
@@ -73,14 +74,9 @@ TEST(output_test, names_counters_and_limit_states_show_in_json_table_and_status_
     r.mutable_definitions(0)->set_kind(wire::CHANNEL_KIND_COUNTER);
     add_channel(r, 1, "Round Trip Time", "ms", 1, "");
     add_channel(r, 2, "it's", "°C", 1, "");
-    r.add_values()->set_integer(146);
-    r.mutable_values(0)->set_id(0);
-    auto* rtt = r.add_values();
-    rtt->set_id(1);
-    rtt->set_integer(0);
-    auto* odd = r.add_values();
-    odd->set_id(2);
-    odd->set_float_(std::nan(""));
+    add_value(r, 0)->set_integer(146);
+    add_value(r, 1)->set_integer(0);
+    add_value(r, 2)->set_float_(std::nan(""));
     auto view = make_scan_view(r, "k", nullptr);
     view.name = "boiler \"east\"";
     view.channels[0].has_value = false;  // a first reading
@@ -181,8 +177,7 @@ TEST(output_test, table_values_are_short_and_readable) {
                  {-0.0, "0"}};
     for (const auto& c : cases) {
         wire::ScanResult r;
-        auto* v = r.add_values();
-        v->set_float_(c.value);
+        add_value(r, 0)->set_float_(c.value);
         const auto text = table_block(make_scan_view(r, "k", nullptr), "t", {});
         EXPECT_NE(text.find(std::string("Channel 0  ") + c.text + "\n"), std::string::npos) << text;
     }

@@ -4,8 +4,10 @@
 #include <signal.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <jsoncons/json.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -43,6 +45,24 @@ class scratch {
 
   private:
     support::temp_dir dir_{"tavo-probe-test"};
+};
+
+// Sets an environment variable (nullptr: unsets it) for the children started while it lives.
+class environment_variable {
+  public:
+    environment_variable(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name)) old_ = old;
+        set(value);
+    }
+    ~environment_variable() { set(old_ ? old_->c_str() : nullptr); }
+
+  private:
+    void set(const char* value) const {
+        value != nullptr ? setenv(name_, value, 1) : unsetenv(name_);
+    }
+
+    const char* name_;
+    std::optional<std::string> old_;
 };
 
 // A running tavo-probe. A child still running after a minute is killed, so a hang fails

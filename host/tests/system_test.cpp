@@ -253,11 +253,10 @@ TEST(system_demo_test, the_demo_shows_every_sensor_the_check_and_the_notificatio
 // Quitting at once must not leave an anonymous broker listening, nor its files.
 TEST(system_demo_test, a_second_signal_still_stops_the_broker_and_removes_its_directory) {
     const probe_test::scratch temp;
-    const char* old = std::getenv("TMPDIR");
-    const std::string saved = old != nullptr ? old : "";
-    setenv("TMPDIR", temp.path("").c_str(), 1);
+    std::optional<probe_test::environment_variable> tmpdir(std::in_place, "TMPDIR",
+                                                           temp.path("").c_str());
     probe_test::child demo({"demo", "--json"});
-    old != nullptr ? setenv("TMPDIR", saved.c_str(), 1) : unsetenv("TMPDIR");
+    tmpdir.reset();
     // Entries of the demo's own, beside the directory that holds the child's output.
     const auto demo_entries = [&] {
         int n = 0;

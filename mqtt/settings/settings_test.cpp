@@ -41,8 +41,29 @@ std::function<void()> read(settings_map m) {
     return [m] { Record(sensor_data_wrapper("x", m)); };
 }
 
+// "libtavohelper.error.setting_selection_parse_error" as the reader words it.
+std::string not_selection(const std::string& value, const std::string& type) {
+    return "libtavohelper.error.setting_selection_parse_error: Value \"" + value +
+           "\" could not be parsed into selection type \"" + type + "\".";
+}
+
+// "libtavohelper.error.string_too_long" as the reader words it.
+std::string too_long(const std::string& name, std::size_t length, std::size_t maximum) {
+    return "libtavohelper.error.string_too_long: " + name + "'s value with length " +
+           std::to_string(length) + " is longer than the maximum allowed length of " +
+           std::to_string(maximum) + ".";
+}
+
 TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
-    const std::string selection = "libtavohelper.error.setting_selection_parse_error: ";
+    const std::string less_than_1 =
+        "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
+        "value of 1.";
+    const std::string above_65535 =
+        "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
+        "allowed value of 65535.";
+    const auto check = [](const std::string& key, const std::string& value) {
+        return read<s::mqtt_connect_check>(with(common(), {{key, value}}));
+    };
     struct row {
         std::function<void()> read;
         std::string expected;
@@ -51,36 +72,19 @@ TEST(settings_readers, selection_and_bound_errors_name_the_setting) {
         {read<s::statistics_sensor>(
              with(common(), {{"statistics.connection_statistics.topic", "a/#"}})),
          "accepted"},
-        {read<s::mqtt_connect_check>(
-             with(common(), {{"credentials.user_credentials.active", "YES"}})),
-         selection + "Value \"YES\" could not be parsed into selection type \"active\"."},
-        {read<s::mqtt_connect_check>(with(common(), {{"credentials.tls.server_auth_active", ""}})),
-         selection + "Value \"\" could not be parsed into selection type \"server_auth_active\"."},
-        {read<s::mqtt_connect_check>(with(common(), {{"credentials.connection_mqtt.port", "0"}})),
-         "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
-         "value of 1."},
-        {read<s::mqtt_connect_check>(
-             with(common(), {{"credentials.connection_mqtt.port", "65536"}})),
-         "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
-         "allowed value of "
-         "65535."},
-        {read<s::mqtt_connect_check>(
-             with(common(), {{"credentials.connection_mqtt.port", "65535"}})),
-         "accepted"},
+        {check("credentials.user_credentials.active", "YES"), not_selection("YES", "active")},
+        {check("credentials.tls.server_auth_active", ""), not_selection("", "server_auth_active")},
+        {check("credentials.connection_mqtt.port", "0"), less_than_1},
+        {check("credentials.connection_mqtt.port", "65536"), above_65535},
+        {check("credentials.connection_mqtt.port", "65535"), "accepted"},
         {read<s::mqtt_notification>(with(notification(), {{"connection.port", "0"}})), "accepted"},
         {read<s::mqtt_notification>(with(notification(), {{"connection.port", "65536"}})),
-         "libtavohelper.error.setting_invalid_bigger_max: Setting value 65536 is bigger than the "
-         "allowed value of "
-         "65535."},
-        {read<s::mqtt_connect_check>(with(common(), {{"interval", "0"}})),
-         "libtavohelper.error.setting_invalid_less_min: Setting value 0 is less than the allowed "
-         "value of 1."},
+         above_65535},
+        {check("interval", "0"), less_than_1},
         {read<s::statistics_sensor>(common()),
          "libtavohelper.error.setting_not_available: The setting "
-         "\"statistics.connection_statistics.topic\" was "
-         "not available."},
-        {read<s::mqtt_connect_check>(with(common(), {{"timeout", ""}})),
-         "std: bad optional access"},
+         "\"statistics.connection_statistics.topic\" was not available."},
+        {check("timeout", ""), "std: bad optional access"},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         SCOPED_TRACE(i);
@@ -115,14 +119,12 @@ TEST(settings_conversion, credentials_and_tls_consistency) {
                   convert(with(tls_on, {{"credentials.tls.server_auth_active", "yes"}}));
               }),
               "error.server_authentication_activated_but_ca_is_empty: Server Authentification is "
-              "activated, but CA "
-              "certificate is empty.");
+              "activated, but CA certificate is empty.");
     EXPECT_EQ(failure_of([&] {
                   convert(with(tls_on, {{"credentials.tls.client_auth_active", "yes"}}));
               }),
               "error.client_authentication_activated_but_certificate_is_empty: Client "
-              "Authentification is "
-              "activated, but client certificate is empty.");
+              "Authentification is activated, but client certificate is empty.");
 
     // The CA is taken only with server authentication; an empty client key passes on as it is.
     const auto ca_unused = convert(with(tls_on, {{"credentials.tls.ca_certificate", "CA"}}));
@@ -213,38 +215,26 @@ TEST(subscribe_custom_settings, channels_and_options) {
     EXPECT_DOUBLE_EQ(enabled.channels[3].scale_factor, 0.5);
     EXPECT_EQ(enabled.retain_last_message, s::retain_last_message::retain);
 
-    const std::string selection = "libtavohelper.error.setting_selection_parse_error: ";
     struct row {
         settings_map changes;
         std::string expected;
     };
     const row rows[] = {
-        {{{p + "channel2", "Enable"}},
-         selection + "Value \"Enable\" could not be parsed into selection type \"channel\"."},
+        {{{p + "channel2", "Enable"}}, not_selection("Enable", "channel")},
         {{{p + "channel3_type", "float"}},  // a disabled channel must still parse
-         selection + "Value \"float\" could not be parsed into selection type \"channel_type\"."},
+         not_selection("float", "channel_type")},
         {{{p + "duration_since_last_message", "on"}},
-         selection + "Value \"on\" could not be parsed into selection type "
-                     "\"duration_since_last_message\"."},
-        {{{p + "retain_last_message", ""}},
-         selection + "Value \"\" could not be parsed into selection type \"retain_last_message\"."},
+         not_selection("on", "duration_since_last_message")},
+        {{{p + "retain_last_message", ""}}, not_selection("", "retain_last_message")},
         {{{p + "channel1_name", std::string(32, 'n')}}, "accepted"},
-        {{{p + "channel1_name", std::string(33, 'n')}},
-         "libtavohelper.error.string_too_long: channel1_name's value with length 33 is longer than "
-         "the maximum "
-         "allowed length of 32."},
-        {{{p + "channel5_unit", std::string(33, 'u')}},
-         "libtavohelper.error.string_too_long: channel5_unit's value with length 33 is longer than "
-         "the maximum "
-         "allowed length of 32."},
+        {{{p + "channel1_name", std::string(33, 'n')}}, too_long("channel1_name", 33, 32)},
+        {{{p + "channel5_unit", std::string(33, 'u')}}, too_long("channel5_unit", 33, 32)},
         {{{p + "channel1_scale_factor", ""}}, "std: bad optional access"},
         {{{p + "channel1_jsonpath", "$['" + std::string(2043, 'k') + "']"}}, "accepted"},
         {{{p + "channel7_jsonpath", "$." + std::string(2047, 'k')}},
-         "libtavohelper.error.string_too_long: channel7_jsonpath's value with length 2049 is "
-         "longer than the maximum allowed length of 2048."},
+         too_long("channel7_jsonpath", 2049, 2048)},
         {{{p + "message_path", "$." + std::string(300'000, 'k')}},
-         "libtavohelper.error.string_too_long: message_path's value with length 300002 is longer "
-         "than the maximum allowed length of 2048."},
+         too_long("message_path", 300'002, 2048)},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.changes.begin()->first);
