@@ -195,12 +195,13 @@ probe_config load_run_config(const run_options& options) {
 // Every sensor of a config, resolved and checked; throws host_error naming the sensor.
 std::vector<planned_sensor> plan_config(const probe& p, const probe_config& config) {
     std::vector<planned_sensor> plan;
+    schema_cache schemas(p.doc());
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
-            plan.push_back(plan_sensor(
-                p.doc(), entry,
-                settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
+            plan.push_back(plan_sensor(schemas, entry,
+                                       settings_layers(p.doc(), &config, &entry.settings, label, {},
+                                                       &entry.where, !plan.empty())));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }

@@ -126,10 +126,12 @@ std::vector<settings_layer> settings_layers(const description& doc, const probe_
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
                                             const settings_options& cli,
-                                            const setting_origins* own_where) {
+                                            const setting_origins* own_where,
+                                            bool defaults_checked) {
     std::vector<settings_layer> layers;
     if (config != nullptr) {
         for (const auto& [key, value] : config->defaults) {
+            if (defaults_checked) break;
             const auto at = config->defaults_where.find(key);
             const std::string where =
                 at == config->defaults_where.end() ? config->name : at->second;

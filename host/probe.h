@@ -84,12 +84,15 @@ class probe {
 };
 
 // The layers of one sensor or check: shared defaults of the config, its own settings,
-// then --set and --set-file. `own` and `own_where` may be null.
+// then --set and --set-file. `own` and `own_where` may be null. The config's defaults are
+// checked against every kind unless `defaults_checked` says an earlier call for the same
+// config did so (with thousands of sensors, that check took minutes).
 std::vector<settings_layer> settings_layers(const description& doc, const probe_config* config,
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
                                             const settings_options& cli,
-                                            const setting_origins* own_where = nullptr);
+                                            const setting_origins* own_where = nullptr,
+                                            bool defaults_checked = false);
 
 // A stop request from the signals or, when `seconds` is set, after that long.
 class run_limit {

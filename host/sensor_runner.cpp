@@ -42,27 +42,45 @@ double shown(const channel_view& c) {
 
 }  // namespace
 
-planned_sensor plan_sensor(const description& doc, int id, const std::string& kind,
+std::shared_ptr<const settings_schema> schema_cache::of(const std::string& kind) {
+    auto& schema = by_kind_[kind];
+    if (!schema) schema = std::make_shared<const settings_schema>(sensor_schema(doc_, kind));
+    return schema;
+}
+
+planned_sensor plan_sensor(schema_cache& schemas, int id, const std::string& kind,
                            const std::vector<settings_layer>& layers) {
-    planned_sensor planned{id, sensor_schema(doc, kind), {}, {}, {}, {}, {}};
-    planned.values = resolve_settings(planned.schema, layers);
-    validate_settings(planned.schema, planned.values);
+    planned_sensor planned{id, schemas.of(kind), {}, {}, {}, {}, {}};
+    planned.values = resolve_settings(*planned.schema, layers);
+    validate_settings(*planned.schema, planned.values);
     planned.interval = std::chrono::seconds(std::stoi(planned.values.at("interval")));
     return planned;
 }
 
-planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
+planned_sensor plan_sensor(const description& doc, int id, const std::string& kind,
                            const std::vector<settings_layer>& layers) {
-    auto planned = plan_sensor(doc, entry.id, entry.kind, layers);
+    schema_cache schemas(doc);
+    return plan_sensor(schemas, id, kind, layers);
+}
+
+planned_sensor plan_sensor(schema_cache& schemas, const sensor_entry& entry,
+                           const std::vector<settings_layer>& layers) {
+    auto planned = plan_sensor(schemas, entry.id, entry.kind, layers);
     planned.name = entry.name;
     planned.limits = entry.limits;
     planned.stale_after = entry.stale_after;
     return planned;
 }
 
+planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
+                           const std::vector<settings_layer>& layers) {
+    schema_cache schemas(doc);
+    return plan_sensor(schemas, entry, layers);
+}
+
 sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language)
     : probe_(p), plan_(std::move(plan)), language_(std::move(language)) {
-    if (const auto* kind = probe_.doc().find_sensor(plan_.schema.kind)) {
+    if (const auto* kind = probe_.doc().find_sensor(plan_.schema->kind)) {
         // The statistics sensor counts messages between scans without being marked so.
         push_ = kind->push || kind->name == statistics_kind;
         required_checks_ = kind->required_checks;
@@ -78,8 +96,8 @@ void sensor_runner::relabel(const planned_sensor& plan) {
 scan_view sensor_runner::base_view() const {
     scan_view view;
     view.sensor_id = plan_.id;
-    view.kind = plan_.schema.kind;
-    const auto* kind = probe_.doc().find_sensor(plan_.schema.kind);
+    view.kind = plan_.schema->kind;
+    const auto* kind = probe_.doc().find_sensor(plan_.schema->kind);
     view.display = kind != nullptr && !kind->display.empty() ? kind->display : view.kind;
     view.name = plan_.name;
     view.time = std::chrono::system_clock::now();
@@ -132,7 +150,7 @@ sensor_runner::readiness sensor_runner::ensure_created() {
         next_attempt_ = now;
         return readiness::check_failed;
     }
-    if (auto reason = probe_.try_create_sensor(plan_.id, plan_.schema, plan_.values)) {
+    if (auto reason = probe_.try_create_sensor(plan_.id, *plan_.schema, plan_.values)) {
         failure_ = std::move(*reason);
         ++failed_creations_;
         const auto cap = std::max<clock::duration>(plan_.interval, longest_back_off);
@@ -164,7 +182,7 @@ scan_view sensor_runner::scan() {
     const auto started = clock::now();
     auto result = probe_.module().scan(plan_.id);
     localize(result, probe_.doc(), language_);
-    auto view = make_scan_view(result, plan_.schema.kind, &probe_.doc());
+    auto view = make_scan_view(result, plan_.schema->kind, &probe_.doc());
     view.duration = clock::now() - started;
     view.name = plan_.name;
     if (const auto changed = counters_.apply(view); !changed.empty()) {
@@ -224,8 +242,8 @@ void follow_reload(status_board& board, const reload_plan& done, const descripti
     for (const int id : done.removed) board.remove_sensor(id);
     for (const auto* list : {&done.added, &done.recreated}) {
         for (const auto& sensor : *list) {
-            const auto* kind = doc.find_sensor(sensor.schema.kind);
-            board.add_sensor(sensor.id, sensor.name, sensor.schema.kind,
+            const auto* kind = doc.find_sensor(sensor.schema->kind);
+            board.add_sensor(sensor.id, sensor.name, sensor.schema->kind,
                              kind != nullptr ? kind->display : "");
         }
     }

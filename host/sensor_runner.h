@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -18,7 +19,8 @@ namespace corvanis::monitoring_modules::host {
 
 struct planned_sensor {
     int id = 0;
-    settings_schema schema;
+    // Shared by every sensor of a kind: a schema with its help texts is larger than a sensor.
+    std::shared_ptr<const settings_schema> schema;
     settings_map values;
     std::chrono::steady_clock::duration interval{};
     std::string name;
@@ -26,10 +28,26 @@ struct planned_sensor {
     std::optional<std::chrono::seconds> stale_after;  // push sensors only
 };
 
+// Each sensor kind's settings schema, built once and shared by the plans of its sensors.
+class schema_cache {
+  public:
+    explicit schema_cache(const description& doc) : doc_(doc) {}
+    // Throws host_error for a kind the document does not offer.
+    std::shared_ptr<const settings_schema> of(const std::string& kind);
+
+  private:
+    const description& doc_;
+    std::map<std::string, std::shared_ptr<const settings_schema>> by_kind_;
+};
+
 // Resolves and checks a sensor's settings before anything is created. Throws host_error.
+planned_sensor plan_sensor(schema_cache& schemas, int id, const std::string& kind,
+                           const std::vector<settings_layer>& layers);
 planned_sensor plan_sensor(const description& doc, int id, const std::string& kind,
                            const std::vector<settings_layer>& layers);
 // The same for a sensor of a config, with its name, limits and staleness.
+planned_sensor plan_sensor(schema_cache& schemas, const sensor_entry& entry,
+                           const std::vector<settings_layer>& layers);
 planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
                            const std::vector<settings_layer>& layers);
 
