@@ -119,12 +119,17 @@ bool sensor_runner::required_checks_pass() {
                                    true};
     for (const auto& name : required_checks_) {
         try {
-            const auto schema = check_schema(probe_.doc(), name);
-            const auto values = resolve_settings(schema, {sensor_settings});
+            auto& checks = probe_.checks();
+            const auto schema = checks.schema(probe_.doc(), name);
+            const auto values = resolve_settings(*schema, {sensor_settings});
+            if (checks.passed_recently(name, values)) continue;
             // The sensor's id serves as the check's, so that checks of several sensors at
             // once keep their results apart.
-            const auto outcome = probe_.module().check(plan_.id, make_block(schema, values));
-            if (outcome.code == 0 && outcome.message && outcome.message->success()) continue;
+            const auto outcome = probe_.module().check(plan_.id, make_block(*schema, values));
+            if (outcome.code == 0 && outcome.message && outcome.message->success()) {
+                checks.passed(name, values);
+                continue;
+            }
             if (outcome.message && outcome.message->has_message()) {
                 const auto& m = outcome.message->message();
                 failure_ = {m.key(), render_text(m), {m.args().begin(), m.args().end()}};
