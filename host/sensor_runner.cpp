@@ -40,6 +40,16 @@ double shown(const channel_view& c) {
     return c.integer ? static_cast<double>(c.integer_value) : c.floating_value;
 }
 
+// The values that differ from their defaults; resolved values hold every default.
+settings_map beyond_defaults(const settings_schema& schema, settings_map values) {
+    for (const auto& def : schema.settings) {
+        if (!def.default_value && def.kind != setting_kind::text) continue;
+        const auto it = values.find(def.key);
+        if (it != values.end() && it->second == def.default_value.value_or("")) values.erase(it);
+    }
+    return values;
+}
+
 }  // namespace
 
 std::shared_ptr<const settings_schema> schema_cache::of(const std::string& kind) {
@@ -78,6 +88,13 @@ planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
     return plan_sensor(schemas, entry, layers);
 }
 
+bool same_instance(const planned_sensor& a, const planned_sensor& b) {
+    if (a.interval != b.interval) return false;
+    if (!a.schema || !b.schema) return !a.schema && !b.schema && a.values == b.values;
+    return a.schema->kind == b.schema->kind &&
+           beyond_defaults(*a.schema, a.values) == beyond_defaults(*b.schema, b.values);
+}
+
 sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language)
     : probe_(p), plan_(std::move(plan)), language_(std::move(language)) {
     if (const auto* kind = probe_.doc().find_sensor(plan_.schema->kind)) {
@@ -85,6 +102,9 @@ sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language
         push_ = kind->push || kind->name == statistics_kind;
         required_checks_ = kind->required_checks;
     }
+    topic_ = topic_of(plan_.values);
+    const auto retain = plan_.values.find(retain_setting);
+    dismisses_ = retain != plan_.values.end() && retain->second == "dismiss";
 }
 
 void sensor_runner::relabel(const planned_sensor& plan) {
@@ -166,6 +186,9 @@ sensor_runner::readiness sensor_runner::ensure_created() {
     }
     created_ = true;
     failed_creations_ = 0;
+    // Never created again from them: thousands of sensors over, every default's copy would
+    // take more room than the rest of the sensor.
+    plan_.values = beyond_defaults(*plan_.schema, std::move(plan_.values));
     last_message_ = std::chrono::system_clock::now();
     try {
         counters_ = counter_memory(probe_.state().load_counters(plan_.id));
@@ -200,9 +223,8 @@ scan_view sensor_runner::scan() {
     // An empty result of a push sensor means nothing has come yet: not a reason for green.
     if (push_ && view.response_code == 0 && view.channels.empty() && !view.message) {
         view.state = worse_state(view.state, "unknown");
-        const auto topic = topic_of(plan_.values);
         view.message = message_view{
-            "host.no_message_yet", host_text("no_message_yet", language_, {topic}), {topic}};
+            "host.no_message_yet", host_text("no_message_yet", language_, {topic_}), {topic_}};
     }
     judge_staleness(view);
     apply_limits(view, plan_.limits, language_);
@@ -219,15 +241,13 @@ void sensor_runner::judge_staleness(scan_view& view) {
         kept_seen_ = kept;
         heard(*kept);
     }
-    const auto retain = plan_.values.find(retain_setting);
-    const bool dismisses = retain != plan_.values.end() && retain->second == "dismiss";
     for (const auto& c : view.channels) {
         if (!c.has_value) continue;
         if (c.name == message_age_channel) {
             heard(view.time - std::chrono::duration_cast<std::chrono::system_clock::duration>(
                                   std::chrono::duration<double>(std::max(0.0, shown(c)))));
         } else if (view.kind == statistics_kind ? c.id == messages_channel && shown(c) > 0
-                                                : dismisses && !view.error) {
+                                                : dismisses_ && !view.error) {
             // Values of a sensor that keeps no old message come from a new one.
             heard(view.time);
         }

@@ -21,6 +21,7 @@ struct planned_sensor {
     int id = 0;
     // Shared by every sensor of a kind: a schema with its help texts is larger than a sensor.
     std::shared_ptr<const settings_schema> schema;
+    // Once the sensor is created, only the values that differ from their defaults.
     settings_map values;
     std::chrono::steady_clock::duration interval{};
     std::string name;
@@ -50,6 +51,10 @@ planned_sensor plan_sensor(schema_cache& schemas, const sensor_entry& entry,
                            const std::vector<settings_layer>& layers);
 planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
                            const std::vector<settings_layer>& layers);
+
+// Whether the module gets the same sensor from both plans: kind, settings and interval.
+// A created sensor's plan, which kept only its values beyond the defaults, compares alike.
+bool same_instance(const planned_sensor& a, const planned_sensor& b);
 
 // One sensor as the host runs it: its required checks and creation, retried while they
 // fail, and its scans with what the host makes of each result (counters, limits,
@@ -86,6 +91,8 @@ class sensor_runner {
     planned_sensor plan_;
     std::string language_;
     bool push_ = false;
+    std::string topic_;       // the topic filter among the settings, for texts
+    bool dismisses_ = false;  // keeps no old message
     std::vector<std::string> required_checks_;
     bool created_ = false;
     message_view failure_;
