@@ -215,7 +215,7 @@ int run_command(const global_options& global, const run_options& options, std::s
                 reload_requests* reloads) {
     const auto config = load_run_config(options);
     probe p(global, options.state);
-    const auto plan = plan_config(p, config);
+    auto plan = plan_config(p, config);
     result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
@@ -230,7 +230,7 @@ int run_command(const global_options& global, const run_options& options, std::s
     // An empty shard still serves and waits, so the scraper sees it and a reload can fill it.
     if (plan.empty())
         printer.note("Shard " + options.shard->text() + " has no sensor of " + config.name);
-    run_sensors(p, plan, printer, limit.token(), reload, &board);
+    run_sensors(p, std::move(plan), printer, limit.token(), reload, &board);
     return exit_ok;
 }
 

@@ -17,6 +17,9 @@ namespace {
 // Enough that twenty sensors on a broker that never answers do not hold back the others,
 // few enough for a small process.
 constexpr std::size_t max_workers = 32;
+// Checks and creations, which wait on a broker, take at most half of them, so that the scans
+// of sensors that exist start on time while thousands of others are still being created.
+constexpr std::size_t max_creating = max_workers / 2;
 // Creation attempts back off up to this, or the interval when that is longer.
 constexpr auto longest_back_off = std::chrono::minutes(5);
 
@@ -276,26 +279,37 @@ void follow_reload(status_board& board, const reload_plan& done, const descripti
 
 }  // namespace
 
-void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
+void run_sensors(probe& p, std::vector<planned_sensor> plan, result_printer& printer,
                  std::stop_token stop, const reload_source& reload, status_board* board) {
     sensor_set sensors(p, printer.style().language);
     // Creation happens on the workers too, so a sensor that takes its time to be checked or
-    // created holds back only itself.
-    scan_scheduler scheduler(max_workers, [&](int id) {
+    // created holds back only itself; creations take a part of the workers only.
+    const auto creating = [&](int id) {
         try {
-            auto& runner = sensors.at(id);
-            const int failures = runner.creation_failures();
-            const auto view = runner.next_result();
-            if (board != nullptr) {
-                if (runner.creation_failures() > failures) board->count_creation_failure();
-                board->record(view);
-            }
-            printer.print(view, runner.plan().limits);
-        } catch (const std::exception& e) {
-            std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
+            return !sensors.at(id).created();
+        } catch (const std::out_of_range&) {
+            return false;  // not in the set: its scan only logs that
         }
-    });
+    };
+    scan_scheduler scheduler(
+        max_workers,
+        [&](int id) {
+            try {
+                auto& runner = sensors.at(id);
+                const int failures = runner.creation_failures();
+                const auto view = runner.next_result();
+                if (board != nullptr) {
+                    if (runner.creation_failures() > failures) board->count_creation_failure();
+                    board->record(view);
+                }
+                printer.print(view, runner.plan().limits);
+            } catch (const std::exception& e) {
+                std::cerr << "tavo-probe: sensor " << id << ": " << e.what() << std::endl;
+            }
+        },
+        creating, max_creating);
     sensors.apply(plan, scheduler);
+    std::vector<planned_sensor>().swap(plan);  // the runners have their own copies
     // Reloads run one after the other on their own thread while the scans go on; it ends
     // before the scheduler and the sensors do, also when leaving by an exception.
     std::jthread reloader;

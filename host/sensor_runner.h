@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -74,6 +75,8 @@ class sensor_runner {
     // Why the sensor does not exist, as an error result.
     scan_view failure() const;
     const planned_sensor& plan() const { return plan_; }
+    // Safe from any thread, unlike the rest.
+    bool created() const { return created_; }
     // Takes the new name, limits and staleness of `plan`; the instance stays as it is.
     void relabel(const planned_sensor& plan);
     bool push() const { return push_; }
@@ -94,7 +97,7 @@ class sensor_runner {
     std::string topic_;       // the topic filter among the settings, for texts
     bool dismisses_ = false;  // keeps no old message
     std::vector<std::string> required_checks_;
-    bool created_ = false;
+    std::atomic<bool> created_ = false;
     message_view failure_;
     int failed_creations_ = 0;
     clock::time_point next_attempt_{};
@@ -116,7 +119,7 @@ struct reload_source {
 // error result at its interval and is tried again; the others run meanwhile. Each reload
 // request brings the sensors to what `reload.load` gives, or keeps them when it throws.
 // Each result also goes to `board` when there is one, and the board follows reloads.
-void run_sensors(probe& p, const std::vector<planned_sensor>& plan, result_printer& printer,
+void run_sensors(probe& p, std::vector<planned_sensor> plan, result_printer& printer,
                  std::stop_token stop, const reload_source& reload = {},
                  status_board* board = nullptr);
 
