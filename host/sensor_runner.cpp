@@ -43,13 +43,21 @@ double shown(const channel_view& c) {
     return c.integer ? static_cast<double>(c.integer_value) : c.floating_value;
 }
 
-// The values that differ from their defaults; resolved values hold every default.
-settings_map beyond_defaults(const settings_schema& schema, settings_map values) {
+// What resolved settings start from: every default, and text fields empty.
+template <class Visit>
+void for_each_default(const settings_schema& schema, Visit visit) {
     for (const auto& def : schema.settings) {
-        if (!def.default_value && def.kind != setting_kind::text) continue;
-        const auto it = values.find(def.key);
-        if (it != values.end() && it->second == def.default_value.value_or("")) values.erase(it);
+        if (def.default_value || def.kind == setting_kind::text)
+            visit(def.key, def.default_value.value_or(""));
     }
+}
+
+// The resolved values that differ from their defaults.
+settings_map beyond_defaults(const settings_schema& schema, settings_map values) {
+    for_each_default(schema, [&](const std::string& key, const std::string& value) {
+        if (const auto it = values.find(key); it != values.end() && it->second == value)
+            values.erase(it);
+    });
     return values;
 }
 
@@ -67,6 +75,8 @@ planned_sensor plan_sensor(schema_cache& schemas, int id, const std::string& kin
     planned.values = resolve_settings(*planned.schema, layers);
     validate_settings(*planned.schema, planned.values);
     planned.interval = std::chrono::seconds(std::stoi(planned.values.at("interval")));
+    // Thousands of plans, copied while a run starts or reloads, would each hold every default.
+    planned.values = beyond_defaults(*planned.schema, std::move(planned.values));
     return planned;
 }
 
@@ -91,11 +101,13 @@ planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
     return plan_sensor(schemas, entry, layers);
 }
 
-bool same_instance(const planned_sensor& a, const planned_sensor& b) {
-    if (a.interval != b.interval) return false;
-    if (!a.schema || !b.schema) return !a.schema && !b.schema && a.values == b.values;
-    return a.schema->kind == b.schema->kind &&
-           beyond_defaults(*a.schema, a.values) == beyond_defaults(*b.schema, b.values);
+settings_map resolved_values(const planned_sensor& plan) {
+    settings_map values;
+    for_each_default(*plan.schema, [&](const std::string& key, const std::string& value) {
+        values.emplace(key, value);
+    });
+    for (const auto& [key, value] : plan.values) values.insert_or_assign(key, value);
+    return values;
 }
 
 sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language)
@@ -105,9 +117,10 @@ sensor_runner::sensor_runner(probe& p, planned_sensor plan, std::string language
         push_ = kind->push || kind->name == statistics_kind;
         required_checks_ = kind->required_checks;
     }
-    topic_ = topic_of(plan_.values);
-    const auto retain = plan_.values.find(retain_setting);
-    dismisses_ = retain != plan_.values.end() && retain->second == "dismiss";
+    const auto values = resolved_values(plan_);
+    topic_ = topic_of(values);
+    const auto retain = values.find(retain_setting);
+    dismisses_ = retain != values.end() && retain->second == "dismiss";
 }
 
 void sensor_runner::relabel(const planned_sensor& plan) {
@@ -136,9 +149,9 @@ scan_view sensor_runner::failure() const {
     return view;
 }
 
-bool sensor_runner::required_checks_pass() {
+bool sensor_runner::required_checks_pass(const settings_map& sensor_values) {
     settings_layer sensor_settings{"the settings of sensor " + std::to_string(plan_.id),
-                                   {plan_.values.begin(), plan_.values.end()},
+                                   {sensor_values.begin(), sensor_values.end()},
                                    true};
     for (const auto& name : required_checks_) {
         try {
@@ -174,11 +187,12 @@ sensor_runner::readiness sensor_runner::ensure_created() {
     if (created_) return readiness::created;
     const auto now = clock::now();
     if (now < next_attempt_) return readiness::waiting;
-    if (!required_checks_pass()) {
+    const auto values = resolved_values(plan_);
+    if (!required_checks_pass(values)) {
         next_attempt_ = now;
         return readiness::check_failed;
     }
-    if (auto reason = probe_.try_create_sensor(plan_.id, *plan_.schema, plan_.values)) {
+    if (auto reason = probe_.try_create_sensor(plan_.id, *plan_.schema, values)) {
         failure_ = std::move(*reason);
         ++failed_creations_;
         const auto cap = std::max<clock::duration>(plan_.interval, longest_back_off);
@@ -189,9 +203,6 @@ sensor_runner::readiness sensor_runner::ensure_created() {
     }
     created_ = true;
     failed_creations_ = 0;
-    // Never created again from them: thousands of sensors over, every default's copy would
-    // take more room than the rest of the sensor.
-    plan_.values = beyond_defaults(*plan_.schema, std::move(plan_.values));
     last_message_ = std::chrono::system_clock::now();
     try {
         counters_ = counter_memory(probe_.state().load_counters(plan_.id));

@@ -22,7 +22,7 @@ struct planned_sensor {
     int id = 0;
     // Shared by every sensor of a kind: a schema with its help texts is larger than a sensor.
     std::shared_ptr<const settings_schema> schema;
-    // Once the sensor is created, only the values that differ from their defaults.
+    // Only the resolved values that differ from their defaults; resolved_values has them all.
     settings_map values;
     std::chrono::steady_clock::duration interval{};
     std::string name;
@@ -53,9 +53,8 @@ planned_sensor plan_sensor(schema_cache& schemas, const sensor_entry& entry,
 planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
                            const std::vector<settings_layer>& layers);
 
-// Whether the module gets the same sensor from both plans: kind, settings and interval.
-// A created sensor's plan, which kept only its values beyond the defaults, compares alike.
-bool same_instance(const planned_sensor& a, const planned_sensor& b);
+// Every setting of a plan, defaults included, as the module gets them.
+settings_map resolved_values(const planned_sensor& plan);
 
 // One sensor as the host runs it: its required checks and creation, retried while they
 // fail, and its scans with what the host makes of each result (counters, limits,
@@ -84,7 +83,7 @@ class sensor_runner {
     int creation_failures() const { return failed_creations_; }
 
   private:
-    bool required_checks_pass();
+    bool required_checks_pass(const settings_map& sensor_values);
     scan_view scan();
     void judge_staleness(scan_view& view);
     scan_view base_view() const;
