@@ -125,8 +125,11 @@ void scan_scheduler::work() {
         if (const auto it = entries_.find(id); it != entries_.end()) {
             auto& e = it->second;
             e.running = false;
+            const auto now = clock::now();
+            if (!e.scanned) e.due = now;
+            e.scanned = true;
             // Fixed rate while scans keep up; after an overrun the next scan starts at once.
-            e.due = std::max(e.due + e.interval, clock::now());
+            e.due = std::max(e.due + e.interval, now);
             queue(id, e);
         }
         ++generation_;

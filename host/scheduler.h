@@ -17,6 +17,9 @@ namespace corvanis::monitoring_modules::host {
 // Runs each sensor's scans on its own interval on a small pool of workers, so that a
 // slow scan holds back only its own sensor. A sensor is never scanned twice at once;
 // a scan that overruns its interval is followed by the next one as soon as it ends.
+// A sensor's rate counts from the end of its first scan: thousands of sensors whose first
+// scans (their creation) wait their turn then spread over the interval instead of all
+// falling due at one instant ever after.
 // Due times wait in a heap, so starting a scan costs the same with ten sensors or ten
 // thousand.
 class scan_scheduler {
@@ -52,7 +55,8 @@ class scan_scheduler {
         bool unlimited;
         clock::time_point due;
         bool running = false;
-        int holds = 0;  // removals and changes waiting for the running scan: start no other
+        bool scanned = false;  // its first scan has ended
+        int holds = 0;         // removals and changes waiting for the running scan: start no other
         // The heap item that stands for this entry's next scan; 0: none (running, held or
         // done). Items with another ticket are left over from replaced or removed entries.
         std::uint64_t ticket = 0;
