@@ -43,21 +43,12 @@ double shown(const channel_view& c) {
     return c.integer ? static_cast<double>(c.integer_value) : c.floating_value;
 }
 
-// What resolved settings start from: every default, and text fields empty.
-template <class Visit>
-void for_each_default(const settings_schema& schema, Visit visit) {
-    for (const auto& def : schema.settings) {
-        if (def.default_value || def.kind == setting_kind::text)
-            visit(def.key, def.default_value.value_or(""));
-    }
-}
-
 // The resolved values that differ from their defaults.
 settings_map beyond_defaults(const settings_schema& schema, settings_map values) {
-    for_each_default(schema, [&](const std::string& key, const std::string& value) {
+    for (const auto& [key, value] : default_values(schema)) {
         if (const auto it = values.find(key); it != values.end() && it->second == value)
             values.erase(it);
-    });
+    }
     return values;
 }
 
@@ -102,10 +93,7 @@ planned_sensor plan_sensor(const description& doc, const sensor_entry& entry,
 }
 
 settings_map resolved_values(const planned_sensor& plan) {
-    settings_map values;
-    for_each_default(*plan.schema, [&](const std::string& key, const std::string& value) {
-        values.emplace(key, value);
-    });
+    auto values = default_values(*plan.schema);
     for (const auto& [key, value] : plan.values) values.insert_or_assign(key, value);
     return values;
 }
