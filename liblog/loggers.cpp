@@ -23,17 +23,7 @@ void multiplex_logger::add(const std::shared_ptr<log_interface>& target, int thr
         return;
     }
     std::lock_guard lock(mutex_);
-    const auto [it, fresh] = targets_.try_emplace(target.get(), entry{target, threshold});
-    if (!fresh) {
-        forget_threshold(it->second.threshold);
-        it->second = entry{target, threshold};
-    }
-    ++thresholds_[threshold];
-}
-
-void multiplex_logger::forget_threshold(int threshold) {
-    if (const auto it = thresholds_.find(threshold); it != thresholds_.end() && --it->second == 0)
-        thresholds_.erase(it);
+    targets_[target.get()] = entry{target, threshold};
 }
 
 void multiplex_logger::remove(const std::shared_ptr<log_interface>& target) {
@@ -41,20 +31,14 @@ void multiplex_logger::remove(const std::shared_ptr<log_interface>& target) {
         return;
     }
     std::lock_guard lock(mutex_);
-    if (const auto it = targets_.find(target.get()); it != targets_.end()) {
-        forget_threshold(it->second.threshold);
-        targets_.erase(it);
-    }
+    targets_.erase(target.get());
 }
 
 void multiplex_logger::log(severity level, const std::string& text) {
     std::lock_guard lock(mutex_);
-    // A client shared by thousands of sensors logs each of its lines here.
-    if (thresholds_.empty() || thresholds_.rbegin()->first < to_int(level)) return;
     for (auto it = targets_.begin(); it != targets_.end();) {
         auto target = it->second.target.lock();
         if (!target) {
-            forget_threshold(it->second.threshold);
             it = targets_.erase(it);
             continue;
         }

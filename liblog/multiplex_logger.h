@@ -12,9 +12,8 @@ namespace corvanis::monitoring_modules::liblog {
 
 // Fans each line out to weakly held targets whose threshold admits it (a target
 // with threshold T receives lines of severity <= T). Targets that have gone away
-// are pruned by the next line some target admits; a line none admits costs no walk
-// over the targets, however many there are. A target must never log back into this
-// logger: targets are called with the mutex held.
+// are pruned by the next log call. A target must never log back into this logger:
+// targets are called with the mutex held.
 class multiplex_logger : public log_interface {
   public:
     // Adding a target again replaces its threshold. Empty pointers are ignored.
@@ -28,11 +27,8 @@ class multiplex_logger : public log_interface {
         std::weak_ptr<log_interface> target;
         int threshold;
     };
-    void forget_threshold(int threshold);
-
     mutable std::mutex mutex_;
     std::map<const log_interface*, entry> targets_;  // guarded by mutex_
-    std::map<int, std::size_t> thresholds_;  // guarded by mutex_; targets by their threshold
 };
 
 }  // namespace corvanis::monitoring_modules::liblog
