@@ -195,12 +195,13 @@ probe_config load_run_config(const run_options& options) {
 // Every sensor of a config, resolved and checked; throws host_error naming the sensor.
 std::vector<planned_sensor> plan_config(const probe& p, const probe_config& config) {
     std::vector<planned_sensor> plan;
+    schema_cache schemas(p.doc());
     for (const auto& entry : config.sensors) {
         const std::string label = config.name + ", sensor " + std::to_string(entry.id);
         try {
-            plan.push_back(plan_sensor(
-                p.doc(), entry,
-                settings_layers(p.doc(), &config, &entry.settings, label, {}, &entry.where)));
+            plan.push_back(plan_sensor(schemas, entry,
+                                       settings_layers(p.doc(), &config, &entry.settings, label, {},
+                                                       &entry.where, !plan.empty())));
         } catch (const host_error& e) {
             throw host_error(label + ": " + e.what(), e.code());
         }
@@ -214,7 +215,7 @@ int run_command(const global_options& global, const run_options& options, std::s
                 reload_requests* reloads) {
     const auto config = load_run_config(options);
     probe p(global, options.state);
-    const auto plan = plan_config(p, config);
+    auto plan = plan_config(p, config);
     result_printer printer(std::cout, options.json, &p.doc(), {want_color(), p.language()});
     printer.note("Watching " + std::to_string(plan.size()) + " sensor" +
                  (plan.size() == 1 ? "" : "s") + " from " + config.name +
@@ -229,7 +230,7 @@ int run_command(const global_options& global, const run_options& options, std::s
     // An empty shard still serves and waits, so the scraper sees it and a reload can fill it.
     if (plan.empty())
         printer.note("Shard " + options.shard->text() + " has no sensor of " + config.name);
-    run_sensors(p, plan, printer, limit.token(), reload, &board);
+    run_sensors(p, std::move(plan), printer, limit.token(), reload, &board);
     return exit_ok;
 }
 

@@ -126,10 +126,12 @@ std::vector<settings_layer> settings_layers(const description& doc, const probe_
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
                                             const settings_options& cli,
-                                            const setting_origins* own_where) {
+                                            const setting_origins* own_where,
+                                            bool defaults_checked) {
     std::vector<settings_layer> layers;
     if (config != nullptr) {
         for (const auto& [key, value] : config->defaults) {
+            if (defaults_checked) break;
             const auto at = config->defaults_where.find(key);
             const std::string where =
                 at == config->defaults_where.end() ? config->name : at->second;
@@ -155,6 +157,41 @@ std::vector<settings_layer> settings_layers(const description& doc, const probe_
     for (const auto& text : cli.set_files) files.values.push_back(read_assignment_file(text));
     layers.push_back(std::move(files));
     return layers;
+}
+
+std::shared_ptr<const settings_schema> shared_checks::schema(const description& doc,
+                                                             const std::string& name) {
+    std::lock_guard lock(mutex_);
+    auto& schema = schemas_[name];
+    if (!schema) schema = std::make_shared<const settings_schema>(check_schema(doc, name));
+    return schema;
+}
+
+std::string shared_checks::key(const std::string& name, const settings_map& values) {
+    // Keys and values are joined with NULs, which no setting holds.
+    std::string key = name;
+    for (const auto& [k, v] : values) {
+        key += '\0';
+        key += k;
+        key += '\0';
+        key += v;
+    }
+    return key;
+}
+
+bool shared_checks::passed_recently(const std::string& name, const settings_map& values) {
+    const auto k = key(name, values);
+    std::lock_guard lock(mutex_);
+    const auto it = passes_.find(k);
+    return it != passes_.end() && clock::now() - it->second < reuse_for_;
+}
+
+void shared_checks::passed(const std::string& name, const settings_map& values) {
+    auto k = key(name, values);
+    const auto now = clock::now();
+    std::lock_guard lock(mutex_);
+    std::erase_if(passes_, [&](const auto& p) { return now - p.second >= reuse_for_; });
+    passes_[std::move(k)] = now;
 }
 
 std::chrono::steady_clock::duration seconds_to_duration(double seconds) {

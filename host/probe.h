@@ -40,6 +40,30 @@ struct settings_options {
     std::string config;                  // YAML file, may be empty
 };
 
+// The required checks as the sensors of a probe share them: each check's schema, built once,
+// and which checks passed a moment ago. Sensors on one broker with the same credentials run
+// the same check; while it passed within `reuse_for`, the others take that outcome instead of
+// each opening a connection. Failures are never shared: each sensor tries again.
+class shared_checks {
+  public:
+    using clock = std::chrono::steady_clock;
+    explicit shared_checks(clock::duration reuse_for = std::chrono::seconds(5))
+        : reuse_for_(reuse_for) {}
+
+    // Throws host_error for a check the document does not offer.
+    std::shared_ptr<const settings_schema> schema(const description& doc, const std::string& name);
+    bool passed_recently(const std::string& name, const settings_map& values);
+    void passed(const std::string& name, const settings_map& values);
+
+  private:
+    static std::string key(const std::string& name, const settings_map& values);
+
+    const clock::duration reuse_for_;
+    std::mutex mutex_;
+    std::map<std::string, std::shared_ptr<const settings_schema>> schemas_;  // guarded by mutex_
+    std::map<std::string, clock::time_point> passes_;                        // guarded by mutex_
+};
+
 // One loaded module with its description, state and log output, and the sensors
 // created through it, which it destroys before the module is cleaned up.
 class probe {
@@ -62,6 +86,7 @@ class probe {
     // for each new message), if it did since it was created.
     std::optional<std::chrono::system_clock::time_point> last_kept(int id) const;
     state_store& state() { return *state_; }
+    shared_checks& checks() { return checks_; }
     void destroy_sensor(int id);
     void destroy_all();
     std::string kind_of(int id) const;
@@ -76,6 +101,7 @@ class probe {
     std::unique_ptr<module_session> session_;
     std::unique_ptr<description> doc_;
     std::string language_;
+    shared_checks checks_;
     mutable std::mutex sensors_mutex_;
     std::map<int, std::string>
         sensors_;  // live sensors by id with their kind; guarded by sensors_mutex_
@@ -84,12 +110,15 @@ class probe {
 };
 
 // The layers of one sensor or check: shared defaults of the config, its own settings,
-// then --set and --set-file. `own` and `own_where` may be null.
+// then --set and --set-file. `own` and `own_where` may be null. The config's defaults are
+// checked against every kind unless `defaults_checked` says an earlier call for the same
+// config did so (with thousands of sensors, that check took minutes).
 std::vector<settings_layer> settings_layers(const description& doc, const probe_config* config,
                                             const std::vector<setting_pair>* own,
                                             const std::string& own_origin,
                                             const settings_options& cli,
-                                            const setting_origins* own_where = nullptr);
+                                            const setting_origins* own_where = nullptr,
+                                            bool defaults_checked = false);
 
 // A stop request from the signals or, when `seconds` is set, after that long.
 class run_limit {

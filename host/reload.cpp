@@ -19,7 +19,7 @@ bool same_limits(const std::map<std::string, channel_limits>& a,
 
 // What the module instance was created with.
 bool same_instance(const planned_sensor& a, const planned_sensor& b) {
-    return a.schema.kind == b.schema.kind && a.values == b.values && a.interval == b.interval;
+    return a.schema->kind == b.schema->kind && a.values == b.values && a.interval == b.interval;
 }
 
 // What only the host makes of the results.

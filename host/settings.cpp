@@ -226,8 +226,7 @@ settings_schema notification_schema(const description& doc, int pid) {
     return schema;
 }
 
-settings_map resolve_settings(const settings_schema& schema,
-                              const std::vector<settings_layer>& layers, setting_origins* origins) {
+settings_map default_values(const settings_schema& schema) {
     settings_map values;
     for (const auto& def : schema.settings) {
         // A text field left alone in a form is sent empty.
@@ -235,6 +234,12 @@ settings_map resolve_settings(const settings_schema& schema,
             values[def.key] = def.default_value.value_or("");
         }
     }
+    return values;
+}
+
+settings_map resolve_settings(const settings_schema& schema,
+                              const std::vector<settings_layer>& layers, setting_origins* origins) {
+    settings_map values = default_values(schema);
     std::set<std::string> given_keys;
     for (const auto& layer : layers) {
         std::map<std::string, std::string> spelled;  // key -> as given, within a file's layer

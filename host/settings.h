@@ -57,6 +57,8 @@ struct settings_layer {
     setting_origins where;      // by key as given; may be empty
 };
 
+// What resolving starts from: every setting's default, text fields empty.
+settings_map default_values(const settings_schema& schema);
 // The document's defaults, then the host's own, then each layer. Throws host_error
 // naming the key and its origin for a key the kind does not have. A user name given
 // without saying whether to log in means logging in. `origins`, when given, receives

@@ -142,6 +142,54 @@ TEST_F(client_faults, a_frozen_broker_ends_each_request_with_a_timeout) {
     broker.thaw();
 }
 
+// Subscriptions of several threads on one client wait for the broker side by side: with the
+// broker frozen every request goes out before the first one's wait ends, each ends with its own
+// timeout and leaves no filter behind; with the broker answering each filter receives.
+TEST_F(client_faults, subscriptions_on_one_client_are_in_flight_together) {
+    constexpr int threads = 4;
+    for (const bool frozen : {true, false}) {
+        SCOPED_TRACE(frozen ? "frozen broker" : "answering broker");
+        ts::mosquitto_broker broker;
+        auto own_log = std::make_shared<client_log>();
+        auto client = make(settings_for(broker.port(), "together", own_log));
+        std::vector<std::unique_ptr<recorded_subscription>> filters;
+        for (int i = 0; i < threads; ++i)
+            filters.push_back(std::make_unique<recorded_subscription>("t/" + std::to_string(i)));
+        if (frozen) broker.freeze();
+        std::vector<std::string> outcomes(threads);
+        {
+            std::vector<std::jthread> callers;
+            for (int i = 0; i < threads; ++i) {
+                callers.emplace_back([&, i] {
+                    try {
+                        client->subscribe(filters[i]->subscription);
+                        outcomes[i] = "subscribed";
+                    } catch (const corvanis::monitoring_modules::libi18n::i18n_exception& e) {
+                        outcomes[i] = e.message().key();
+                    }
+                });
+            }
+        }
+        const std::string expected = frozen ? "error.timeout" : "subscribed";
+        EXPECT_EQ(outcomes, std::vector<std::string>(threads, expected));
+        if (frozen) {
+            const auto requests = own_log->find("in method MQTTAsync_subscribe()");
+            const auto answers = own_log->find("no answer from");
+            ASSERT_EQ(requests.size(), static_cast<std::size_t>(threads));
+            ASSERT_EQ(answers.size(), static_cast<std::size_t>(threads));
+            EXPECT_LT(requests.back(), answers.front()) << PrintToString(own_log->lines());
+            EXPECT_EQ(client->get_subscribed_topic_count(), 0u);
+            broker.thaw();
+        } else {
+            ts::mqtt_peer peer(broker);
+            for (int i = 0; i < threads; ++i) peer.publish("t/" + std::to_string(i), "x");
+            for (const auto& f : filters) EXPECT_TRUE(f->wait_for(1));
+        }
+        client.reset();
+    }
+    EXPECT_TRUE(no_thread_left());
+}
+
 // A broker that stops answering is noticed through the keep-alive the timeout bounds; an idle
 // healthy one, watched as long, never is.
 TEST_F(client_faults, a_frozen_broker_is_noticed_and_an_idle_one_is_not) {

@@ -771,12 +771,16 @@ struct request_context {
 
 }  // namespace
 
-void mqtt_client_paho::subscribe_at_broker(const std::string& filter) {
+void mqtt_client_paho::subscribe_at_broker(const std::string& filter,
+                                           std::unique_lock<std::recursive_mutex>& registry) {
     auto state = std::make_shared<paho_request_state>();
     request_context request(state);
     const int rc = MQTTAsync_subscribe(handle_, filter.c_str(), 2, &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_subscribe()");
+    // Requested in the order of the registry's edits; answered without holding it, so that
+    // other filters' requests go out meanwhile.
+    registry.unlock();
     try {
         synchronize_call(request.options.token, *state, "subscribe to '" + filter + "'");
     } catch (const exceptions::client_failure&) {
@@ -789,12 +793,14 @@ void mqtt_client_paho::subscribe_at_broker(const std::string& filter) {
     }
 }
 
-void mqtt_client_paho::unsubscribe_at_broker(const std::string& filter) {
+void mqtt_client_paho::unsubscribe_at_broker(const std::string& filter,
+                                             std::unique_lock<std::recursive_mutex>& registry) {
     auto state = std::make_shared<paho_request_state>();
     request_context request(state);
     const int rc = MQTTAsync_unsubscribe(handle_, filter.c_str(), &request.options);
     request.accepted(rc);
     check_return_code(rc, "in method MQTTAsync_unsubscribe()");
+    registry.unlock();
     synchronize_call(request.options.token, *state, "unsubscribe from '" + filter + "'");
 }
 
@@ -803,15 +809,13 @@ void mqtt_client_paho::subscribe(
     if (!subscription) {
         return;
     }
-    std::lock_guard registry(registry_mutex_);
+    std::unique_lock registry(registry_mutex_);
     const std::string filter = subscription->get_topic_filter();
-    bool created = false;
     bool added = false;
     {
         // Registered before the broker request, so that retained messages sent right after the
         // broker's acknowledgement already find it.
         std::unique_lock lock(index_mutex_);
-        created = index_.find(filter) == nullptr;
         auto& entry = index_.insert(filter);
         const bool present =
             std::any_of(entry.subscriptions.begin(), entry.subscriptions.end(),
@@ -826,13 +830,15 @@ void mqtt_client_paho::subscribe(
         return;
     }
     try {
-        subscribe_at_broker(filter);
+        subscribe_at_broker(filter, registry);
     } catch (...) {
+        // Other subscribers of the filter may have come or gone during the wait: the entry
+        // goes only when no one is left.
         std::unique_lock lock(index_mutex_);
         if (auto* entry = index_.find(filter); entry != nullptr && added) {
             std::erase_if(entry->subscriptions,
                           [&](const auto& weak) { return weak.lock() == subscription; });
-            if (created && entry->subscriptions.empty()) {
+            if (entry->subscriptions.empty()) {
                 index_.erase(filter);
             }
         }
@@ -846,7 +852,7 @@ void mqtt_client_paho::unsubscribe(
     if (!subscription) {
         return;
     }
-    std::lock_guard registry(registry_mutex_);
+    std::unique_lock registry(registry_mutex_);
     const std::string filter = subscription->get_topic_filter();
     log(severity::info, "Unsubscribe from '" + filter + "'");
     bool known = false;
@@ -876,7 +882,7 @@ void mqtt_client_paho::unsubscribe(
     }
     log(severity::info, "Deleted subscription for '" + filter + "'");
     if (now_empty && is_connected()) {
-        unsubscribe_at_broker(filter);
+        unsubscribe_at_broker(filter, registry);
         log(severity::info, "Unsubscribed topic '" + filter + "'");
     }
 }

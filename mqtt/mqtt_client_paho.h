@@ -128,8 +128,11 @@ class mqtt_client_paho final : public mqtt_client_interface {
     // Waits until the request completes or its wait passes (exceptions::timeout); throws its
     // mapped failure. Gives up early (mqttasync_disconnected) when no reconnect can complete it.
     void synchronize_call(int token, paho_request_state& request, const std::string& what);
-    void subscribe_at_broker(const std::string& filter);
-    void unsubscribe_at_broker(const std::string& filter);
+    // Each sends its request holding `registry` and releases it for the wait.
+    void subscribe_at_broker(const std::string& filter,
+                             std::unique_lock<std::recursive_mutex>& registry);
+    void unsubscribe_at_broker(const std::string& filter,
+                               std::unique_lock<std::recursive_mutex>& registry);
     std::vector<std::shared_ptr<topic_subscription_interface>> live_subscriptions(
         const std::string& expired_line);
     void resubscribe_all();
@@ -181,8 +184,11 @@ class mqtt_client_paho final : public mqtt_client_interface {
     std::uint64_t first_failure_serial_ = 0;  // set before the first attempt's promise
     std::string tls_errors_;                  // guarded by failure_mutex_; of the current attempt
 
-    // Serialises subscribe, unsubscribe and the re- and unsubscription of all filters, across
-    // their broker round trips. Recursive: the latter two call the former.
+    // Orders the index edits of subscribe and unsubscribe with their broker requests, so the
+    // broker sees one filter's requests in the order of the edits; released while a request
+    // waits for its answer, so several are in flight at once. The re- and unsubscription of
+    // all filters hold it throughout, one filter after the other. Recursive: they call the
+    // former two.
     std::recursive_mutex registry_mutex_;
     // Held exclusively only for in-memory edits, so dispatch never waits for the broker.
     mutable std::shared_mutex index_mutex_;

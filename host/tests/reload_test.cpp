@@ -12,7 +12,8 @@ using namespace std::chrono_literals;
 planned_sensor sensor(int id) {
     planned_sensor p;
     p.id = id;
-    p.schema.kind = "roundtrip_sensor";
+    p.schema =
+        std::make_shared<settings_schema>(settings_schema{target_kind::sensor, "roundtrip_sensor"});
     p.values = {{"host", "127.0.0.1"}, {"interval", "60"}};
     p.interval = 60s;
     p.name = "boiler";
@@ -37,7 +38,11 @@ TEST(reload_test, a_sensor_is_created_again_only_when_what_the_module_got_change
     } cases[] = {
         {"nothing", [](planned_sensor&) {}, fate::kept},
         {"a setting", [](planned_sensor& p) { p.values["host"] = "10.0.0.1"; }, fate::recreated},
-        {"the kind", [](planned_sensor& p) { p.schema.kind = "statistics_sensor"; },
+        {"the kind",
+         [](planned_sensor& p) {
+             p.schema = std::make_shared<settings_schema>(
+                 settings_schema{target_kind::sensor, "statistics_sensor"});
+         },
          fate::recreated},
         {"the interval", [](planned_sensor& p) { p.interval = 30s; }, fate::recreated},
         {"the name", [](planned_sensor& p) { p.name = "furnace"; }, fate::relabelled},

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace corvanis::monitoring_modules::host {
 namespace {
@@ -51,6 +52,100 @@ TEST(scheduler_test, each_sensor_gets_exactly_its_limit_and_never_two_scans_at_o
     scheduler.run({});
     EXPECT_EQ(r.scans, (std::map<int, int>{{1, 5}, {2, 3}, {3, 1}}));
     EXPECT_FALSE(r.overlap);
+}
+
+TEST(scheduler_test, many_sensors_on_few_workers_each_get_their_limit_and_no_more) {
+    struct row {
+        int sensors;
+        std::size_t workers;
+        std::size_t limit;
+    };
+    for (const auto& [sensors, workers, limit] :
+         std::vector<row>{{1, 1, 3}, {500, 1, 2}, {500, 4, 3}, {2000, 32, 1}, {7, 32, 4}}) {
+        recorder r;
+        scan_scheduler scheduler(workers, [&](int id) {
+            r.begin(id);
+            r.end(id);
+        });
+        // Intervals differ, so that due times interleave across sensors.
+        for (int id = 0; id < sensors; ++id)
+            scheduler.add(id, std::chrono::microseconds(id % 5 * 100), limit);
+        scheduler.run({});
+        const std::string label =
+            std::to_string(sensors) + " sensors on " + std::to_string(workers) + " workers";
+        ASSERT_EQ(r.scans.size(), static_cast<std::size_t>(sensors)) << label;
+        for (const auto& [id, count] : r.scans)
+            ASSERT_EQ(count, static_cast<int>(limit)) << label << ", sensor " << id;
+        EXPECT_FALSE(r.overlap) << label;
+    }
+}
+
+// Scans already waiting for a replaced or removed sensor never start, and the run ends once
+// every sensor has had its scans, although a replaced sensor was due again an hour on.
+TEST(scheduler_test, replaced_and_removed_sensors_scan_as_their_latest_add_says) {
+    recorder r;
+    std::stop_source stop;
+    scan_scheduler scheduler(2, [&](int id) {
+        r.begin(id);
+        r.end(id);
+    });
+    scheduler.add(1, 1ms);
+    scheduler.add(2, 1h);
+    scheduler.add(4, 1ms);
+    int removed_scans = 0;
+    std::jthread changes([&] {
+        EXPECT_TRUE(r.wait_for_scans(2, 1));
+        EXPECT_TRUE(r.wait_for_scans(4, 3));
+        scheduler.remove(4);
+        {
+            std::lock_guard lock(r.mutex);
+            removed_scans = r.scans[4];
+        }
+        scheduler.add(2, 1ms, 2);
+        scheduler.add(3, 1h, 1);
+        scheduler.add(1, 1ms, 1);  // the last sensor without a limit gets one
+    });
+    // A run that does not end by itself fails the test instead of hanging it.
+    std::jthread guard([&](std::stop_token done) {
+        std::mutex mutex;
+        std::condition_variable_any never;
+        std::unique_lock lock(mutex);
+        if (!never.wait_for(lock, done, 30s, [] { return false; })) stop.request_stop();
+    });
+    scheduler.run(stop.get_token());
+    changes.join();
+    EXPECT_FALSE(stop.stop_requested());
+    EXPECT_EQ(r.scans[2], 3);
+    EXPECT_EQ(r.scans[3], 1);
+    EXPECT_EQ(r.scans[4], removed_scans);
+    EXPECT_FALSE(r.overlap);
+}
+
+TEST(scheduler_test, slow_scans_leave_workers_free_for_the_others) {
+    // Sensors 1 and 2 are slow and stay stuck until sensor 3 has scanned three times; with
+    // two workers, only the limit on slow scans leaves one for sensor 3.
+    struct row {
+        std::size_t workers;
+        std::size_t slow_limit;
+    };
+    for (const auto& [workers, slow_limit] : std::vector<row>{{2, 1}, {3, 2}, {2, 0}}) {
+        recorder r;
+        std::atomic<int> unblocked = 0;
+        scan_scheduler scheduler(
+            workers,
+            [&](int id) {
+                r.begin(id);
+                if (id != 3 && r.wait_for_scans(3, 3)) ++unblocked;
+                r.end(id);
+            },
+            [](int id) { return id != 3; }, slow_limit);
+        scheduler.add(1, 1ms, 1);
+        scheduler.add(2, 1ms, 1);
+        scheduler.add(3, 1ms, 3);
+        scheduler.run({});
+        EXPECT_EQ(unblocked, 2) << workers << " workers, " << slow_limit << " slow";
+        EXPECT_EQ(r.scans, (std::map<int, int>{{1, 1}, {2, 1}, {3, 3}}));
+    }
 }
 
 TEST(scheduler_test, a_stuck_sensor_does_not_hold_back_the_others) {
