@@ -222,11 +222,18 @@ scan_view sensor_runner::scan() {
             std::cerr << "tavo-probe: sensor " << plan_.id << ": " << e.what() << std::endl;
         }
     }
-    // An empty result of a push sensor means nothing has come yet: not a reason for green.
+    // An empty result of a push sensor means nothing new has come: not a reason for green.
     if (push_ && view.response_code == 0 && view.channels.empty() && !view.message) {
         view.state = worse_state(view.state, "unknown");
-        view.message = message_view{
-            "host.no_message_yet", host_text("no_message_yet", language_, {topic_}), {topic_}};
+        if (heard_any_) {
+            const auto since = rfc3339_utc(last_message_);
+            view.message = message_view{"host.no_new_message",
+                                        host_text("no_new_message", language_, {topic_, since}),
+                                        {topic_, since}};
+        } else {
+            view.message = message_view{
+                "host.no_message_yet", host_text("no_message_yet", language_, {topic_}), {topic_}};
+        }
     }
     judge_staleness(view);
     apply_limits(view, plan_.limits, language_);
@@ -237,6 +244,7 @@ void sensor_runner::judge_staleness(scan_view& view) {
     if (!push_) return;
     const auto heard = [&](std::chrono::system_clock::time_point when) {
         last_message_ = std::max(last_message_, when);
+        heard_any_ = true;
     };
     // The subscribe-custom sensor keeps data for each new message it scans.
     if (const auto kept = probe_.last_kept(plan_.id); kept && kept != kept_seen_) {

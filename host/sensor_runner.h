@@ -101,6 +101,7 @@ class sensor_runner {
     int failed_creations_ = 0;
     clock::time_point next_attempt_{};
     std::chrono::system_clock::time_point last_message_{};  // creation time until one comes
+    bool heard_any_ = false;  // a message has come since creation (or before, as kept data says)
     std::optional<std::chrono::system_clock::time_point> kept_seen_;
     counter_memory counters_;
 };

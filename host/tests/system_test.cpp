@@ -1,10 +1,12 @@
 // tavo-probe with the real libMQTT.so against a local mosquitto.
 #include <gtest/gtest.h>
+#include <algorithm>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "host/tests/probe_process.h"
@@ -179,7 +181,15 @@ TEST_F(system_test, run_keeps_going_past_sensors_that_fail_and_says_when_one_goe
     stale_after: 1
     settings:
       statistics.connection_statistics.topic: sys/quiet/#
+  - id: 4
+    kind: subscribe_custom_sensor
+    interval: 1
+    settings:
+      subscribe_custom.connection_subscribe_custom.topic: sys/once
+      subscribe_custom.connection_subscribe_custom.channel1_jsonpath: $.v
+      subscribe_custom.connection_subscribe_custom.channel1_name: V
 )");
+    mqtt_peer(broker).publish("sys/once", "{\"v\": 7}", 1, true);
     const auto o = probe_test::run({"run", config, "--seconds", "4", "--json"});
     ASSERT_EQ(o.exit_code, 0) << o.err;
     std::map<int, std::vector<jsoncons::json>> results;
@@ -197,6 +207,16 @@ TEST_F(system_test, run_keeps_going_past_sensors_that_fail_and_says_when_one_goe
     EXPECT_EQ(results[3].back()["state"].as<std::string>(), "error") << o.out;
     EXPECT_EQ(
         results[3].back()["message"]["text"].as<std::string>().rfind("no message since 20", 0), 0u)
+        << o.out;
+    // One message, then nothing new: unknown, and saying since when rather than "not yet".
+    const auto valued = std::find_if(results[4].begin(), results[4].end(),
+                                     [](const auto& r) { return !r["channels"].empty(); });
+    ASSERT_TRUE(valued != results[4].end() && valued + 1 != results[4].end()) << o.out;
+    EXPECT_EQ(channel(*valued, "V")["value"].as<int>(), 7) << o.out;
+    EXPECT_EQ(results[4].back()["state"].as<std::string>(), "unknown") << o.out;
+    EXPECT_EQ(results[4].back()["message"]["text"].as<std::string>().rfind(
+                  "no new message on sys/once since 20", 0),
+              0u)
         << o.out;
 }
 
