@@ -90,8 +90,8 @@ TEST_F(client_system, credentials_are_checked_by_the_broker_and_never_logged) {
         const char* failure_key;  // nullptr: connects
     } table[] = {
         {"alice", "s3cret-pw", nullptr},
-        {"alice", "wrong-pw", "error.not_authorized"},
-        {"", "", "error.not_authorized"},
+        {"alice", "wrong-pw", "error.login_refused_at"},
+        {"", "", "error.login_refused_at"},
     };
     for (const auto& row : table) {
         auto s = settings_for(broker, "cred-" + std::to_string(&row - table));
