@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace corvanis::monitoring_modules::liblog {
@@ -25,6 +26,14 @@ class log_interface {
   public:
     virtual ~log_interface();
     virtual void log(severity level, const std::string& text) = 0;
+    // The most detailed level this target keeps at the moment: a fan-out does not build or
+    // walk for a line that no target keeps. A target whose answer changes calls
+    // levels_changed() after the change.
+    virtual int keeps_up_to() const noexcept { return to_int(severity::debug); }
 };
+
+// Some target's keeps_up_to() changed: fan-outs ask their targets again.
+void levels_changed() noexcept;
+std::uint64_t levels_epoch() noexcept;
 
 }  // namespace corvanis::monitoring_modules::liblog

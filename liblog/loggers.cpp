@@ -1,6 +1,8 @@
 #include "liblog/memory_logger.h"
 #include "liblog/multiplex_logger.h"
 
+#include <algorithm>
+
 namespace corvanis::monitoring_modules::liblog {
 
 void memory_logger::log(severity level, const std::string& text) {
@@ -18,12 +20,25 @@ void memory_logger::clear() {
     lines_.clear();
 }
 
+namespace {
+std::atomic<std::uint64_t> epoch{0};
+}  // namespace
+
+void levels_changed() noexcept {
+    epoch.fetch_add(1);
+}
+
+std::uint64_t levels_epoch() noexcept {
+    return epoch.load();
+}
+
 void multiplex_logger::add(const std::shared_ptr<log_interface>& target, int threshold) {
     if (!target) {
         return;
     }
     std::lock_guard lock(mutex_);
     targets_[target.get()] = entry{target, threshold};
+    kept_epoch_ = ask_again;
 }
 
 void multiplex_logger::remove(const std::shared_ptr<log_interface>& target) {
@@ -35,18 +50,28 @@ void multiplex_logger::remove(const std::shared_ptr<log_interface>& target) {
 }
 
 void multiplex_logger::log(severity level, const std::string& text) {
+    if (kept_epoch_ == levels_epoch() && to_int(level) > kept_up_to_) {
+        return;
+    }
     std::lock_guard lock(mutex_);
+    // Read before the targets are asked: a change during the walk makes the next line ask again.
+    const auto asked = levels_epoch();
+    int kept = -1;
     for (auto it = targets_.begin(); it != targets_.end();) {
         auto target = it->second.target.lock();
         if (!target) {
             it = targets_.erase(it);
             continue;
         }
-        if (it->second.threshold >= to_int(level)) {
+        const int keeps = std::min(it->second.threshold, target->keeps_up_to());
+        kept = std::max(kept, keeps);
+        if (keeps >= to_int(level)) {
             target->log(level, text);
         }
         ++it;
     }
+    kept_up_to_ = kept;
+    kept_epoch_ = asked;
 }
 
 std::size_t multiplex_logger::size() const {

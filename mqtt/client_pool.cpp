@@ -1,5 +1,6 @@
 #include "mqtt/client_pool.h"
 
+#include <algorithm>
 #include <string>
 
 namespace corvanis::monitoring_modules::mqtt {
@@ -16,6 +17,9 @@ class threshold_filter : public liblog::log_interface {
         : target_(std::move(target)), threshold_(threshold) {}
     void log(severity level, const std::string& text) override {
         if (liblog::to_int(level) <= threshold_) target_->log(level, text);
+    }
+    int keeps_up_to() const noexcept override {
+        return std::min(threshold_, target_->keeps_up_to());
     }
 
   private:

@@ -26,7 +26,11 @@ class host_log : public liblog::log_interface {
     bool enabled(liblog::severity level) const noexcept {
         return liblog::to_int(level) <= threshold_.load(std::memory_order_relaxed);
     }
-    void set_threshold(int threshold) noexcept { threshold_.store(threshold); }
+    void set_threshold(int threshold) noexcept {
+        threshold_.store(threshold);
+        liblog::levels_changed();
+    }
+    int keeps_up_to() const noexcept override { return threshold(); }
     int threshold() const noexcept { return threshold_.load(); }
 
   private:
@@ -53,6 +57,7 @@ class sensor_logger : public liblog::log_interface {
     void log(liblog::severity level, const std::string& text) override {
         if (sink_) sink_->log_for(sensor_id_, level, text);
     }
+    int keeps_up_to() const noexcept override { return sink_ ? sink_->threshold() : -1; }
 
   private:
     int sensor_id_;
