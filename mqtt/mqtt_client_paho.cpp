@@ -24,10 +24,11 @@ namespace {
 
 std::atomic<std::uint32_t> live_clients{0};
 
-// A broker's refusal, kept as its type (callers tell refusals apart by it) with the address.
-template <class Refusal>
-std::function<std::exception_ptr()> refused(libi18n::i18n_msg message) {
-    return [message = std::move(message)] { return std::make_exception_ptr(Refusal(message)); };
+// A failure of the given type with a message that names the broker: callers tell failures
+// apart by type, operators by the message.
+template <class Failure>
+std::function<std::exception_ptr()> typed_failure(libi18n::i18n_msg message) {
+    return [message = std::move(message)] { return std::make_exception_ptr(Failure(message)); };
 }
 
 int clamp_to_int(std::uint64_t value) {
@@ -360,40 +361,34 @@ mqtt_client_paho::failure_maker mqtt_client_paho::explain_failure(
     try {
         std::rethrow_exception(failure());
     } catch (const exceptions::tcp_connection_timeout&) {
-        return [address, seconds = std::to_string(connect_timeout_.count())] {
-            return std::make_exception_ptr(
-                exceptions::tcp_connection_timeout(messages::no_answer_at()(address, seconds)));
-        };
+        return typed_failure<exceptions::tcp_connection_timeout>(
+            messages::no_answer_at()(address, std::to_string(connect_timeout_.count())));
     } catch (const exceptions::tcp_tls_connect_failure&) {
     } catch (const exceptions::bad_username_or_password&) {
-        return refused<exceptions::bad_username_or_password>(messages::login_refused_at()(address));
+        return typed_failure<exceptions::bad_username_or_password>(
+            messages::login_refused_at()(address));
     } catch (const exceptions::not_authorized&) {
-        return refused<exceptions::not_authorized>(messages::login_refused_at()(address));
+        return typed_failure<exceptions::not_authorized>(messages::login_refused_at()(address));
     } catch (const exceptions::unacceptable_protocol_version& e) {
-        return refused<exceptions::unacceptable_protocol_version>(
+        return typed_failure<exceptions::unacceptable_protocol_version>(
             messages::connection_rejected_at()(address, e.what()));
     } catch (const exceptions::identifier_rejected& e) {
-        return refused<exceptions::identifier_rejected>(
+        return typed_failure<exceptions::identifier_rejected>(
             messages::connection_rejected_at()(address, e.what()));
     } catch (const exceptions::server_unavailable& e) {
-        return refused<exceptions::server_unavailable>(
+        return typed_failure<exceptions::server_unavailable>(
             messages::connection_rejected_at()(address, e.what()));
     } catch (const exceptions::client_failure& e) {
-        if (typeid(e) != typeid(exceptions::client_failure)) return failure;  // a refusal
+        // A typed library failure already says what it is.
+        if (typeid(e) != typeid(exceptions::client_failure)) return failure;
     } catch (...) {
         return failure;
     }
     if (!resolves(settings_.connection.host)) {
-        return [host = settings_.connection.host] {
-            return std::make_exception_ptr(
-                exceptions::host_not_found(messages::host_not_found()(host)));
-        };
+        return typed_failure<exceptions::host_not_found>(
+            messages::host_not_found()(settings_.connection.host));
     }
-    const auto connect_failure = [](libi18n::i18n_msg message) -> failure_maker {
-        return [message = std::move(message)] {
-            return std::make_exception_ptr(exceptions::tcp_tls_connect_failure(message));
-        };
-    };
+    const auto connect_failure = typed_failure<exceptions::tcp_tls_connect_failure>;
     // The library's text rarely says why: a connection of our own, with the same material, does.
     const auto& tls = settings_.tls;
     const auto finding = probe_connection(
